@@ -1,0 +1,284 @@
+// Classes described through the raw hooks: base graphs, flattened member
+// tables, lazy building, casts and compatibility, and ownership by the schema.
+#include "test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+using sto_test::describe;
+using sto_test::members_of;
+using sto_test::table_of;
+
+namespace {
+
+// A schema of its own per test, deleted at the end; deleting it must delete
+// every class, member, base and unnamed type exactly once (sanitizers check).
+struct TestSchema {
+    stoSchema* schema;
+    explicit TestSchema(char const* name, int version = 1) : schema(new stoSchema(name, version)) {}
+    ~TestSchema() { delete schema; }
+};
+
+stoClass* make_class(stoSchema* s, char const* name, int size, stoClass::BuildFn build,
+                     stoClass::TrueClassFn true_class = nullptr)
+{
+    return new stoClass(s, name, size, build, nullptr, nullptr, nullptr, nullptr, true_class,
+                        sto_mapper_stoStandardMapper());
+}
+
+// The layout of the classic example: C derives from A at 0 and B at 12.
+stoClass* g_A;
+stoClass* g_B;
+stoClass* g_C;
+void build_A(stoBuilder& b, void const*)
+{
+    b.build_member(sto_type_int(), "a1", 4, 4);
+    b.build_member(sto_type_int(), "a2", 8, 4);
+}
+void build_B(stoBuilder& b, void const*) { b.build_member(sto_type_int(), "b1", 4, 4); }
+void build_C(stoBuilder& b, void const*)
+{
+    b.build_base(g_A->handle(), 0);
+    b.build_base(g_B->handle(), 12);
+    b.build_member(sto_type_int(), "c1", 20, 4);
+}
+
+}  // namespace
+
+TEST(Class, TwoBasesAtOffsetsFlattenIntoOneTable)
+{
+    TestSchema t("classic");
+    g_A = make_class(t.schema, "A", 12, build_A);
+    g_B = make_class(t.schema, "B", 8, build_B);
+    g_C = make_class(t.schema, "C", 24, build_C);
+
+    EXPECT_EQ(table_of(g_C), (std::vector<std::string>{"A::a1@4", "A::a2@8", "B::b1@16", "C::c1@20"}));
+    EXPECT_EQ(g_C->number_of_direct_members(), 1);
+    EXPECT_EQ(g_C->number_of_inherited_members(), 4);
+
+    stoMemberHandle h = g_C->find_member("B", "b1");
+    ASSERT_FALSE(h.invalid());
+    EXPECT_EQ(h.index(), 2);
+    EXPECT_EQ(g_C->offset(h), 16);
+    EXPECT_EQ(g_C->member(h)->name(), "b1");
+    // The declaring class's name comes first.
+    EXPECT_TRUE(g_C->find_member("b1", "B").invalid());
+    EXPECT_TRUE(g_C->find_member("C", "b1").invalid());
+    EXPECT_TRUE(g_C->find_member("A", "nope").invalid());
+
+    // Each class's own table is relative to its own start.
+    EXPECT_EQ(table_of(g_B), (std::vector<std::string>{"B::b1@4"}));
+    EXPECT_TRUE(g_C->is_compatible_with(g_A->handle()));
+    EXPECT_TRUE(g_C->is_compatible_with(g_B->handle()));
+    EXPECT_FALSE(g_A->is_compatible_with(g_C->handle()));
+}
+
+TEST(Class, AbstractClassBuildsOnARawPrototypeFilledWith0x66)
+{
+    static unsigned char seen[16];
+    TestSchema t("abstract");
+    stoClass* c = make_class(t.schema, "Abstract", 16, [](stoBuilder& b, void const* prototype) {
+        std::memcpy(seen, prototype, sizeof seen);
+        EXPECT_EQ(stoBuilder::active(), &b);
+        EXPECT_EQ(b.built_class()->name(), "Abstract");
+    });
+    EXPECT_TRUE(c->is_abstract());
+    EXPECT_EQ(c->create(), nullptr);
+    EXPECT_EQ(c->number_of_direct_members(), 0);
+    for (unsigned char byte : seen)
+        EXPECT_EQ(byte, 0x66);
+    EXPECT_EQ(stoBuilder::active(), nullptr);
+}
+
+TEST(Class, BuildRunsOnceWhateverAsksFirst)
+{
+    static int builds;
+    builds = 0;
+    TestSchema t("lazy");
+    stoClass* c = make_class(t.schema, "Lazy", 8, [](stoBuilder& b, void const*) {
+        ++builds;
+        b.build_member(sto_type_int(), "m_x", 0, 4);
+    });
+    EXPECT_EQ(builds, 0);  // registering builds nothing
+    EXPECT_EQ(c->number_of_direct_members(), 1);
+    EXPECT_EQ(c->number_of_direct_members(), 1);
+    EXPECT_EQ(c->number_of_inherited_members(), 1);
+    stoClassMemberIT members(c);
+    stoClassBaseIT bases(c);
+    c->finish();
+    c->finish();
+    EXPECT_EQ(builds, 1);
+}
+
+TEST(Class, ABuildFunctionMayReferToItsOwnClass)
+{
+    static stoClass* self;
+    TestSchema t("selfref");
+    self = make_class(t.schema, "Node", 16, [](stoBuilder& b, void const*) {
+        b.build_member(b.build_unnamed_type(stoPrgType::make(self->handle())), "m_next", 0, 8);
+        b.build_member(b.build_unnamed_type(stoPtrType::make(self->handle())), "m_prev", 8, 8);
+    });
+    EXPECT_EQ(members_of(self), (std::vector<std::string>{"m_next:prg(Node)", "m_prev:ptr(Node)"}));
+    // Both pointer types belong to the schema now.
+    int unnamed = 0;
+    for (stoUnnamedType const* u = t.schema->first_unnamed_type(); u; u = u->next())
+        ++unnamed;
+    EXPECT_EQ(unnamed, 2);
+}
+
+TEST(Class, SizedAndMethodArraysDeclareTheirCountsAndTypes)
+{
+    static stoClass* c;
+    TestSchema t("arrays");
+    c = make_class(t.schema, "Holder", 32, [](stoBuilder& b, void const*) {
+        b.build_sized_array(sto_type_double(), "m_array", 8, 8, "m_size", 4, 4);
+        b.build_method_array(sto_type_int(), "m_items", 16, 8, [](void const*) { return 5; }, "item_count");
+    });
+    EXPECT_EQ(members_of(c), (std::vector<std::string>{"m_size:int", "m_array:var(double)", "m_items:var(int)"}));
+
+    stoClassMemberIT it(c);
+    ASSERT_TRUE(++it);
+    stoMember const* size_member = it();
+    ASSERT_TRUE(++it);
+    stoMember const* array_member = it();
+    ASSERT_TRUE(++it);
+    stoMember const* items_member = it();
+
+    stoObjectPtr o = array_member->type()->sto_object();
+    stoVariableArrayType const* sized = stoVariableArrayType::sto_dynamic_cast(o.type(), o.ptr());
+    ASSERT_NE(sized, nullptr);
+    EXPECT_EQ(sized->member(), array_member);
+    stoObjectPtr so = sized->array_size()->sto_object();
+    stoOffsetArraySize const* offset_size = stoOffsetArraySize::sto_dynamic_cast(so.type(), so.ptr());
+    ASSERT_NE(offset_size, nullptr);
+    EXPECT_EQ(offset_size->size_member(), size_member);
+
+    // The count is read from the object that holds the array.
+    unsigned char object[32] = {};
+    int two = 2;
+    std::memcpy(object + 4, &two, 4);
+    EXPECT_EQ(sized->array_size()->array_size(array_member, object + 8), 2);
+    int zero = 0;
+    std::memcpy(object + 4, &zero, 4);
+    EXPECT_EQ(sized->array_size()->array_size(array_member, object + 8), 0);
+
+    stoObjectPtr io = items_member->type()->sto_object();
+    stoVariableArrayType const* counted = stoVariableArrayType::sto_dynamic_cast(io.type(), io.ptr());
+    ASSERT_NE(counted, nullptr);
+    EXPECT_EQ(counted->array_size()->array_size(items_member, object + 16), 5);
+
+    // Variable array types of one element type are equal whatever their member.
+    EXPECT_TRUE(array_member->type() != items_member->type());
+    stoTypeHandle other = stoVariableArrayType::make(sto_type_double(), items_member, new stoMethodArraySize());
+    stoTypeOwner owner(other);
+    EXPECT_TRUE(array_member->type() == other);
+    EXPECT_EQ(co_hash(array_member->type()), co_hash(other));
+}
+
+namespace {
+
+// Diamond: D derives from B1 and B2, both derived from A.
+stoClass* g_dA;
+stoClass* g_dB1;
+stoClass* g_dB2;
+stoClass* g_dD;
+stoObjectPtr true_D(void const* p) { return stoObjectPtr(g_dD, p); }
+stoObjectPtr true_B1(void const* p) { return stoObjectPtr(g_dB1, p); }
+
+}  // namespace
+
+TEST(Class, DiamondCastsAreAmbiguousButSinglePathsResolve)
+{
+    TestSchema t("diamond");
+    g_dA = make_class(t.schema, "A", 8, [](stoBuilder& b, void const*) { b.build_member(sto_type_int(), "a", 0, 4); });
+    g_dB1 = make_class(
+        t.schema, "B1", 8, [](stoBuilder& b, void const*) { b.build_base(g_dA->handle(), 0); }, true_B1);
+    g_dB2 = make_class(t.schema, "B2", 8, [](stoBuilder& b, void const*) { b.build_base(g_dA->handle(), 0); });
+    g_dD = make_class(
+        t.schema, "D", 16,
+        [](stoBuilder& b, void const*) {
+            b.build_base(g_dB1->handle(), 0);
+            b.build_base(g_dB2->handle(), 8);
+        },
+        true_D);
+
+    char object[16];
+    EXPECT_EQ(g_dA->dynamic_cast_from(g_dD, object), nullptr);
+    EXPECT_EQ(g_dB2->dynamic_cast_from(g_dD, object), object + 8);
+    EXPECT_EQ(g_dB1->dynamic_cast_from(g_dD, object), object);
+    EXPECT_EQ(g_dA->dynamic_cast_from(g_dB1, object), object);
+    EXPECT_EQ(g_dD->dynamic_cast_from(g_dD, static_cast<void*>(nullptr)), nullptr);
+    EXPECT_EQ(g_dA->is_compatible_with(g_dA->handle()), 1);
+    EXPECT_EQ(g_dD->is_compatible_with(g_dA->handle()), 0);
+    EXPECT_EQ(g_dB1->is_compatible_with(g_dA->handle()), 1);
+    EXPECT_EQ(g_dD->is_compatible_with(g_dB2->handle()), 1);
+    EXPECT_EQ(g_dD->number_of_inherited_members(), 2);
+    EXPECT_EQ(table_of(g_dD), (std::vector<std::string>{"A::a@0", "A::a@8"}));
+    // The type-level cast goes through the same walk.
+    EXPECT_EQ(static_cast<stoType const*>(g_dB2)->cast(*g_dD, object), object + 8);
+    EXPECT_EQ(static_cast<stoType const*>(g_dB2)->cast(*sto_type_int(), object), nullptr);
+}
+
+TEST(Class, EqualityIsBySchemaAndNameAndHashesFollow)
+{
+    TestSchema t1("one");
+    TestSchema t2("two");
+    stoClass* a1 = make_class(t1.schema, "Same", 4, nullptr);
+    stoClass* a1_again = make_class(t1.schema, "Same", 8, nullptr);
+    stoClass* a2 = make_class(t2.schema, "Same", 4, nullptr);
+    EXPECT_TRUE(*a1 == *a1_again);
+    EXPECT_TRUE(a1->handle() == a1_again->handle());
+    EXPECT_EQ(co_hash(a1->handle()), co_hash(a1_again->handle()));
+    EXPECT_FALSE(*a1 == *a2);
+    EXPECT_FALSE(a1->handle() == a2->handle());
+    EXPECT_FALSE(a1->handle() == sto_type_int());
+    // The schema lookup finds the first of the two namesakes.
+    EXPECT_EQ(t1.schema->look_up_object("Same"), static_cast<stoSchemaObject const*>(a1));
+}
+
+namespace {
+
+int g_made;
+int g_deleted;
+struct Counted {
+    int value = 7;
+};
+void* make_counted()
+{
+    ++g_made;
+    return new Counted;
+}
+void delete_counted(void* p)
+{
+    ++g_deleted;
+    delete static_cast<Counted*>(p);
+}
+
+}  // namespace
+
+TEST(Class, SchemaDeletionDestroysPrototypesAndTypesOnce)
+{
+    g_made = g_deleted = 0;
+    {
+        TestSchema t("owned");
+        stoClass* c = new stoClass(t.schema, "Counted", sizeof(Counted),
+                                   [](stoBuilder& b, void const* prototype) {
+                                       EXPECT_EQ(static_cast<Counted const*>(prototype)->value, 7);
+                                       b.build_member(sto_type_int(), "value", 0, 4);
+                                       b.build_member(b.build_unnamed_type(stoFixedArrayType::make(sto_type_int(), 3)),
+                                                      "triple", 4, 12);
+                                   },
+                                   make_counted, delete_counted, nullptr, nullptr, nullptr,
+                                   sto_mapper_stoStandardMapper());
+        EXPECT_FALSE(c->is_abstract());
+        c->finish();
+        void* instance = c->create();
+        c->destroy(instance);
+        EXPECT_EQ(g_made, 2);  // the prototype and the instance
+        EXPECT_EQ(g_deleted, 1);
+    }
+    EXPECT_EQ(g_deleted, 2);  // the prototype went with the class
+}

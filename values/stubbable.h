@@ -1,0 +1,33 @@
+// stoStubbable: objects that can be written as stubs.
+//
+// A stub names an object by its parent's stub and an identifying value
+// instead of holding its contents: the system by its version, a schema by its
+// identity, a type or mapper by its name within its schema, a member by its
+// name within its class. The store's meta objects are stubbable; an
+// application class may be too, by deriving from stoStubbable.
+#pragma once
+
+#include "types/persistent.h"
+#include "values/raw_ptr.h"
+
+class stoValue;
+
+class stoStubbable {
+    STO_PERSISTENT(stoStubbable)
+public:
+    // A new stub value for this object; the caller owns it.
+    virtual stoValue* create_stub() const = 0;
+    // The object whose stub is the parent of this one; null raw pointer if none.
+    virtual stoRawPtr stub_parent() const = 0;
+    // The part of this object that identifies it within its parent.
+    virtual stoRawPtr stub_id() const = 0;
+    virtual ~stoStubbable() = default;
+
+    // The object at p viewed as stubbable; null for a null address, a type
+    // that is not a class, or a class that does not derive from stoStubbable.
+    static stoStubbable const* to_stubbable(stoRawPtr const& p);
+
+protected:
+    stoStubbable() = default;
+};
+STO_DECLARE_CLASS(stoStubbable)

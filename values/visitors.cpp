@@ -1,0 +1,22 @@
+#include "values/visitors.h"
+
+#include "types/array.h"
+#include "types/basic.h"
+#include "types/class.h"
+#include "values/mapper.h"
+#include "values/pointer_types.h"
+
+int stoProcessType::process_stoBasic(stoBasic const* t) { return process_stoType(t); }
+int stoProcessType::process_stoIntType(stoIntType const* t) { return process_stoBasic(t); }
+int stoProcessType::process_stoDoubleType(stoDoubleType const* t) { return process_stoBasic(t); }
+int stoProcessType::process_stoStringType(stoStringType const* t) { return process_stoBasic(t); }
+int stoProcessType::process_stoTypeHandleType(stoTypeHandleType const* t) { return process_stoPtrType(t); }
+int stoProcessType::process_stoPtrType(stoPtrType const* t) { return process_stoType(t); }
+int stoProcessType::process_stoPrgType(stoPrgType const* t) { return process_stoPtrType(t); }
+int stoProcessType::process_stoPrfType(stoPrfType const* t) { return process_stoPtrType(t); }
+int stoProcessType::process_stoArrayType(stoArrayType const* t) { return process_stoType(t); }
+int stoProcessType::process_stoFixedArrayType(stoFixedArrayType const* t) { return process_stoArrayType(t); }
+int stoProcessType::process_stoVariableArrayType(stoVariableArrayType const* t) { return process_stoArrayType(t); }
+int stoProcessType::process_stoMappedType(stoMappedType const* t) { return process_stoType(t); }
+int stoProcessType::process_stoClass(stoClass const* t) { return process_stoType(t); }
+int stoProcessType::process_stoByteArrayType(stoByteArrayType const* t) { return process_stoBasic(t); }
