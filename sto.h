@@ -29,8 +29,11 @@
 #include "types/type.h"
 #include "types/type_handle.h"
 
+#include "values/analyser.h"
 #include "values/mapper.h"
 #include "values/pointer_types.h"
 #include "values/raw_ptr.h"
 #include "values/stubbable.h"
+#include "values/synthesiser.h"
+#include "values/value.h"
 #include "values/visitors.h"

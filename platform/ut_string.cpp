@@ -41,10 +41,11 @@ utString::utString(std::string_view text) : m_rep(nullptr) { append(text); }
 
 utString& utString::operator=(utString const& other)
 {
-    if (other.m_rep)
-        ++other.m_rep->refs;
+    Rep* rep = other.m_rep;
+    if (rep)
+        ++rep->refs;
     release();
-    m_rep = other.m_rep;
+    m_rep = rep;
     return *this;
 }
 

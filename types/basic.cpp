@@ -124,12 +124,53 @@ void stoBasic::double_to_raw(double v, stoRWRawPtr const& p) { std::memcpy(p.wri
 
 STO_SHARED_BASIC(stoIntType, 4)
 
+stoTypeHandle stoIntType::make_wide()
+{
+    static stoTypeHandle s_handle;
+    if (s_handle.is_null()) {
+        stoSchema* store = sto_schema_sto_schema();
+        stoIntType* wide = new stoIntType();
+        wide->m_schema = store;
+        wide->m_name = "int";
+        wide->m_size = 8;
+        store->add_unnamed_type(wide->handle());
+        s_handle = wide->handle();
+    }
+    return s_handle;
+}
+
 int stoIntType::process(stoProcessType* p) const { return p->process_stoIntType(this); }
 
-void* stoIntType::create() const { return new std::int32_t(null()); }
-void stoIntType::destroy(void* p) const { delete static_cast<std::int32_t*>(p); }
-void* stoIntType::create_array(int n) const { return new std::int32_t[static_cast<std::size_t>(n)]; }
-void stoIntType::destroy_array(void* p, int) const { delete[] static_cast<std::int32_t*>(p); }
+// Instances are as wide as the type: 4 bytes, or 8 for the wide int.
+void* stoIntType::create() const
+{
+    if (m_size == 8)
+        return new std::int64_t(null());
+    return new std::int32_t(null());
+}
+
+void stoIntType::destroy(void* p) const
+{
+    if (m_size == 8)
+        delete static_cast<std::int64_t*>(p);
+    else
+        delete static_cast<std::int32_t*>(p);
+}
+
+void* stoIntType::create_array(int n) const
+{
+    if (m_size == 8)
+        return new std::int64_t[static_cast<std::size_t>(n)];
+    return new std::int32_t[static_cast<std::size_t>(n)];
+}
+
+void stoIntType::destroy_array(void* p, int) const
+{
+    if (m_size == 8)
+        delete[] static_cast<std::int64_t*>(p);
+    else
+        delete[] static_cast<std::int32_t*>(p);
+}
 
 long long stoIntType::raw_to_int(stoRawPtr const& p)
 {

@@ -67,6 +67,10 @@ class stoIntType : public stoBasic {
     STO_PERSISTENT(stoIntType)
 public:
     static stoTypeHandle make();
+    // The same "int" type over 8 bytes, for arrays of 64-bit integers, whose
+    // elements are as wide as their type. The store schema owns it as an
+    // anonymous type, so the schema still names one "int".
+    static stoTypeHandle make_wide();
     static int null() { return 2147483646; }
 
     int process(stoProcessType* p) const override;

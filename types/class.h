@@ -174,6 +174,13 @@ public:
 
     // 1 when t is this class or reached on exactly one path of bases.
     int is_compatible_with(stoTypeHandle const& t) const;
+    // The flattened member table, finished on demand;
+    // number_of_inherited_members() entries.
+    stoMemberInstance const* inherited_member_table() const
+    {
+        finish();
+        return m_inherited_members;
+    }
 
     stoBase const* first_base() const;
     stoMember const* first_member() const;

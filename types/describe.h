@@ -62,7 +62,7 @@ struct member_type {
 template <class T>
 struct member_type<T, std::enable_if_t<(std::is_integral_v<T> || std::is_enum_v<T>) && !std::is_same_v<T, bool> &&
                                        (sizeof(T) == 4 || sizeof(T) == 8)>> {
-    static stoTypeHandle make(stoBuilder&) { return sto_type_int(); }
+    static stoTypeHandle make(stoBuilder&) { return sizeof(T) == 8 ? stoIntType::make_wide() : sto_type_int(); }
 };
 
 template <>
@@ -276,3 +276,74 @@ STO_NO_SANITIZE_VPTR inline int member_offset(Self const* self, M const& member)
                                            static_cast<int>(sizeof(sto_self::m)), &sto_self::count_fn, \
                                            #count_fn);                                                \
     } while (0)
+
+// Inside the description of an opaque class: declares the members of its
+// model class M, so that the opaque object's value has a slot for each of
+// them (its record in a file names them). Offsets are the model's.
+#define STO_MEMBERS_OF_MODEL(M)                                                                       \
+    do {                                                                                              \
+        if (sto_phase == sto_detail::kMembers) {                                                      \
+            stoClass const* sto_model = sto_class_##M();                                              \
+            stoInheritedMemberIT sto_it(sto_model);                                                   \
+            while (++sto_it)                                                                          \
+                sto_builder.build_member(sto_it()->type(), sto_it()->name().c_str(), sto_it.offset(),  \
+                                         sto_it()->size());                                           \
+        }                                                                                             \
+    } while (0)
+
+// A class mapper for an opaque class O converted through a described model
+// class M. The header line declares the generated mapper class
+// stoMapperOM, its registration and sto_mapper_stoMapperOM(); the source
+// line defines them. The application supplies the two copies:
+//
+//   void sto_opaque_to_model(O const& opaque, M& model);
+//   void sto_model_to_opaque(M const& model, O& opaque);
+//
+// and registers O with STO_CLASS_MAPPED(O, schema, sto_mapper_stoMapperOM()).
+#define STO_DECLARE_CLASS_MAPPER(O, M)                                                          \
+    class stoMapper##O##M : public stoClassMapper {                                             \
+        STO_PERSISTENT(stoMapper##O##M)                                                         \
+    public:                                                                                     \
+        stoMapper##O##M(stoSchema* schema, utString const& name) : stoClassMapper(schema, name) {} \
+        stoClass const* model_class(stoClass const* opaque) const override;                     \
+        void opaque_to_model(stoObjectPtr const& opaque, stoObjectPtr const& model) const override; \
+        void model_to_opaque(stoObjectPtr const& model, stoObjectPtr const& opaque) const override; \
+                                                                                                \
+    protected:                                                                                  \
+        stoMapper##O##M() = default;                                                            \
+        /* Set on first use: the opaque class is being registered when its mapper is made. */  \
+        mutable stoClass const* m_opaque_class = nullptr;                                       \
+        mutable stoClass const* m_model_class = nullptr;                                        \
+    };                                                                                          \
+    STO_DECLARE_CLASS(stoMapper##O##M)                                                          \
+    stoMapper##O##M const* sto_mapper_stoMapper##O##M();
+
+#define STO_CLASS_MAPPER(O, M, SCHEMA)                                                          \
+    stoMapper##O##M const* sto_mapper_stoMapper##O##M()                                         \
+    {                                                                                           \
+        static stoMapper##O##M const* s_mapper = nullptr;                                       \
+        if (!s_mapper)                                                                          \
+            s_mapper = new stoMapper##O##M((SCHEMA), "stoMapper" #O #M);                        \
+        return s_mapper;                                                                        \
+    }                                                                                           \
+    stoClass const* stoMapper##O##M::model_class(stoClass const* opaque) const                  \
+    {                                                                                           \
+        m_opaque_class = opaque;                                                                \
+        if (!m_model_class)                                                                     \
+            m_model_class = sto_class_##M();                                                    \
+        return m_model_class;                                                                   \
+    }                                                                                           \
+    void stoMapper##O##M::opaque_to_model(stoObjectPtr const& opaque, stoObjectPtr const& model) const \
+    {                                                                                           \
+        sto_opaque_to_model(*static_cast<O const*>(opaque.ptr()), *static_cast<M*>(const_cast<void*>(model.ptr()))); \
+    }                                                                                           \
+    void stoMapper##O##M::model_to_opaque(stoObjectPtr const& model, stoObjectPtr const& opaque) const \
+    {                                                                                           \
+        sto_model_to_opaque(*static_cast<M const*>(model.ptr()), *static_cast<O*>(const_cast<void*>(opaque.ptr()))); \
+    }                                                                                           \
+    STO_CLASS(stoMapper##O##M, SCHEMA)                                                          \
+    {                                                                                           \
+        STO_BASE(stoClassMapper);                                                               \
+        STO_MEMBER(m_opaque_class);                                                             \
+        STO_MEMBER(m_model_class);                                                              \
+    }

@@ -118,6 +118,7 @@ public:
 protected:
     friend class stoSystem;
     friend class stoBasic;
+    friend class stoIntType;
     friend class stoClass;
     friend class stoMapper;
     friend class stoBuilder;

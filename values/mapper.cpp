@@ -63,3 +63,8 @@ STO_CLASS(stoMappedType, sto_schema_sto_schema())
     STO_MEMBER(m_mapper);
     STO_MEMBER(m_size);
 }
+
+STO_ABSTRACT_CLASS(stoClassMapper, sto_schema_sto_schema())
+{
+    STO_BASE(stoMapper);
+}

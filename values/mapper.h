@@ -43,6 +43,56 @@ STO_DECLARE_CLASS(stoStandardMapper)
 // The one standard mapper of the "store" schema.
 stoStandardMapper const* sto_mapper_stoStandardMapper();
 
+// A mapper for an opaque class, whose live layout is not described: an
+// object is converted through a model object of a described class. A
+// generated subclass (STO_CLASS_MAPPER in types/describe.h) supplies the copies
+// between the two. When synthesising, the opaque object is filled only at
+// the synthesiser's clean-up, once every pointer in the model is final.
+class stoClassMapper : public stoMapper {
+    STO_PERSISTENT(stoClassMapper)
+public:
+    stoClassMapper(stoSchema* schema, utString const& name) : stoMapper(schema, name) {}
+
+    stoValue* raw_to_value(stoAnalyser* analyser, stoRawPtr const& p) const override;
+    void value_to_raw(stoSynthesiser* synthesiser, stoValue const* value, stoRWRawPtr const& p) const override;
+
+    // The described class that stands in for the opaque class.
+    virtual stoClass const* model_class(stoClass const* opaque) const = 0;
+    // Fills the model object from the opaque object.
+    virtual void opaque_to_model(stoObjectPtr const& opaque, stoObjectPtr const& model) const = 0;
+    // Fills the opaque object from the model object.
+    virtual void model_to_opaque(stoObjectPtr const& model, stoObjectPtr const& opaque) const = 0;
+
+protected:
+    stoClassMapper() = default;
+};
+STO_DECLARE_CLASS(stoClassMapper)
+
+// A mapper for a container class: the container is presented as an object
+// of its registered class with the members "m_size" (the element count) and
+// "m_array" (a variable array of the elements). A subclass says how to reach
+// the container's count field, its storage field and its elements, and how to
+// empty it and grow it; elements need not be contiguous.
+class stoContainerMapper : public stoMapper {
+public:
+    stoContainerMapper(stoSchema* schema, utString const& name) : stoMapper(schema, name) {}
+
+    stoValue* raw_to_value(stoAnalyser* analyser, stoRawPtr const& p) const override;
+    void value_to_raw(stoSynthesiser* synthesiser, stoValue const* value, stoRWRawPtr const& p) const override;
+
+    virtual int container_size(void const* container) const = 0;
+    // The container's own int count field.
+    virtual void const* count_field(void const* container) const = 0;
+    // The field through which the container holds its storage.
+    virtual void const* storage_field(void const* container) const = 0;
+    virtual void* element_address(void* container, int i) const = 0;
+    // Empties the container, then grows it to n default elements.
+    virtual void reset(void* container, int n) const = 0;
+
+protected:
+    stoContainerMapper() = default;
+};
+
 // A member whose conversion is wholly a mapper's; its values are
 // stoMappedValue. Mapped types create no instances of their own.
 class stoMappedType : public stoType {

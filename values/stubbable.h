@@ -31,3 +31,7 @@ protected:
     stoStubbable() = default;
 };
 STO_DECLARE_CLASS(stoStubbable)
+
+// Deletes a stub made by create_stub() together with the chain of parent
+// stubs it made for itself (a stub does not own its parent).
+void sto_delete_stub_chain(stoValue const* stub);

@@ -1,7 +1,22 @@
-// The double-dispatch visitor over meta types, stoProcessType. Each default
-// forwards to the operation of the visited class's base, so a visitor
-// overrides only what it tells apart.
+// The two double-dispatch visitors: stoProcessValue over values and
+// stoProcessType over meta types. Each default forwards to the operation of
+// the visited class's base, so a visitor overrides only what it tells apart.
+// Visitors do not walk children.
 #pragma once
+
+class stoValue;
+class stoIntValue;
+class stoDoubleValue;
+class stoStringValue;
+class stoByteArrayValue;
+class stoTypeHandleValue;
+class stoObject;
+class stoPtrValue;
+class stoPrgValue;
+class stoPrfValue;
+class stoArrayValue;
+class stoStub;
+class stoMappedValue;
 
 class stoType;
 class stoBasic;
@@ -18,6 +33,26 @@ class stoVariableArrayType;
 class stoMappedType;
 class stoClass;
 class stoByteArrayType;
+
+class stoProcessValue {
+public:
+    stoProcessValue() = default;
+    virtual int process_stoValue(stoValue const*) { return 0; }
+    virtual int process_stoIntValue(stoIntValue const* v);
+    virtual int process_stoDoubleValue(stoDoubleValue const* v);
+    virtual int process_stoStringValue(stoStringValue const* v);
+    virtual int process_stoByteArrayValue(stoByteArrayValue const* v);
+    virtual int process_stoTypeHandleValue(stoTypeHandleValue const* v);
+    virtual int process_stoObject(stoObject const* v);
+    virtual int process_stoPtrValue(stoPtrValue const* v);
+    virtual int process_stoPrgValue(stoPrgValue const* v);
+    virtual int process_stoPrfValue(stoPrfValue const* v);
+    virtual int process_stoArrayValue(stoArrayValue const* v);
+    virtual int process_stoStub(stoStub const* v);
+    virtual int process_stoMappedValue(stoMappedValue const* v);
+    // Not virtual: visitors are not deleted through this base.
+    ~stoProcessValue() = default;
+};
 
 class stoProcessType {
 public:

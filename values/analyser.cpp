@@ -1,0 +1,223 @@
+#include "values/analyser.h"
+
+#include "types/class.h"
+#include "values/pointer_types.h"
+#include "values/stubbable.h"
+#include "values/value.h"
+
+#include <vector>
+
+stoAnalyser::stoAnalyser() : m_stub_mode(0), m_outer(nullptr), m_next(nullptr) {}
+
+stoAnalyser::stoAnalyser(stoAnalyser* outer) : m_stub_mode(0), m_outer(outer), m_next(nullptr) {}
+
+stoAnalyser::stoAnalyser(stoAnalyser* next, stoAnalyser* outer) : m_stub_mode(0), m_outer(outer), m_next(next) {}
+
+stoAnalyser::~stoAnalyser()
+{
+    for (stoValue* stub : m_stubs)
+        delete stub;
+}
+
+stoAnalyser* stoAnalyser::outer()
+{
+    stoAnalyser* a = this;
+    while (a->m_outer)
+        a = a->m_outer;
+    return a;
+}
+
+stoValue* stoAnalyser::raw_to_value(stoTypeHandle const& type, void const* p)
+{
+    return raw_to_value(stoRawPtr(type, p, type.is_null() ? 0 : type->size()));
+}
+
+stoValue* stoAnalyser::raw_to_value(stoRawPtr const& p)
+{
+    if (!p.ptr() || p.type().is_null())
+        return nullptr;
+    if (stoValue* known = look_up_raw(p))
+        return known;
+    stoValue* value = nullptr;
+    if (m_stub_mode)
+        value = create_stub(p);
+    if (!value)
+        value = p.type()->raw_to_value(this, p);
+    if (value)
+        undangle(p, value);
+    return value;
+}
+
+void stoAnalyser::register_new_value(stoValue const* value, stoRawPtr const& p)
+{
+    stoTypeHandle const& type = value->type_ref();
+    m_values[stoRawPtr(type, p.ptr(), type.is_null() ? 0 : type->size())] = const_cast<stoValue*>(value);
+}
+
+void stoAnalyser::completed_value(stoValue const*, stoRawPtr const&) {}
+
+int stoAnalyser::should_dangle(stoRawPtr const& p) const
+{
+    if (p.type().is_null())
+        return 0;
+    stoClass const* meta = p.type()->sto_dynamic_class();
+    return meta == sto_class_stoPtrType() || meta == sto_class_stoTypeHandleType();
+}
+
+stoValue* stoAnalyser::look_up_raw(stoRawPtr const& p) const
+{
+    for (stoAnalyser const* a = this; a; a = a->m_outer)
+        if (stoValue* const* v = a->m_values.find(p))
+            return *v;
+    return nullptr;
+}
+
+namespace {
+
+stoPtrType const* as_pointer_type(stoTypeHandle const& t)
+{
+    stoObjectPtr o = t->sto_object();
+    return stoPtrType::sto_dynamic_cast(o.type(), o.ptr());
+}
+
+}  // namespace
+
+stoPtrValue* stoAnalyser::handle_smart_pointer(stoRawPtr const& p)
+{
+    if (should_dangle(p))
+        return dangle(p);
+    stoPtrType const* type = as_pointer_type(p.type());
+    stoPtrValue* pointer = type->create_null();
+    register_new_value(pointer, p);
+    if (void const* address = type->raw_pointee(p.ptr())) {
+        stoRawPtr whole = type->pointee_type()->true_type(address);
+        stoValue* target = outer()->raw_to_value(whole);
+        if (target) {
+            if (stoPtrValue* earlier = look_up_pointer(target)) {
+                pointer->become_clone(earlier);
+            } else {
+                pointer->set_pointee(target);
+                outer()->m_pointers[target] = pointer;
+            }
+        }
+    }
+    completed_value(pointer, p);
+    return pointer;
+}
+
+stoPtrValue* stoAnalyser::dangle(stoRawPtr const& p)
+{
+    stoPtrType const* type = as_pointer_type(p.type());
+    stoPtrValue* pointer = type->create_null();
+    void const* address = type->raw_pointee(p.ptr());
+    if (!address)
+        return pointer;
+    stoRawPtr target = type->pointee_type()->true_type(address);
+    stoAnalyser* o = outer();
+    o->m_dangling_targets[pointer] = target;
+    std::unique_ptr<stoRawPtrstoValuecoDList>& waiting = o->m_dangling[target];
+    if (!waiting)
+        waiting = std::make_unique<stoRawPtrstoValuecoDList>();
+    waiting->insert_last(pointer);
+    if (stoValue* known = look_up_raw(target))
+        undangle(target, known);
+    return pointer;
+}
+
+void stoAnalyser::undangle(stoRawPtr const& p, stoValue* value)
+{
+    stoAnalyser* o = outer();
+    std::unique_ptr<stoRawPtrstoValuecoDList>* waiting = o->m_dangling.find(p);
+    if (!waiting)
+        return;
+    std::unique_ptr<stoRawPtrstoValuecoDList> list = std::move(*waiting);
+    o->m_dangling.remove(p);
+    for (stoPtrValue* pointer : *list) {
+        pointer->set_pointee(value);
+        o->m_dangling_targets.remove(pointer);
+    }
+}
+
+stoPtrValue* stoAnalyser::look_up_pointer(stoValue const* target)
+{
+    stoPtrValue** earlier = outer()->m_pointers.find(target);
+    return earlier ? *earlier : nullptr;
+}
+
+stoValue* stoAnalyser::create_stub(stoRawPtr const& p)
+{
+    stoStubbable const* stubbable = stoStubbable::to_stubbable(p);
+    if (!stubbable)
+        return nullptr;
+    stoRawPtr parent = stubbable->stub_parent();
+    stoRawPtr id = stubbable->stub_id();
+    stoStub* stub = new stoStub(p.type(), nullptr, nullptr);
+    m_stubs.add(stub);
+    register_new_value(stub, p);
+    stoValue* parent_value = raw_to_value(parent);
+    stoValue* id_value = raw_to_value(id);
+    stub->set(parent_value, id_value);
+    completed_value(stub, p);
+    return stub;
+}
+
+void stoAnalyser::stub_dangling_pointers()
+{
+    set_stub_mode(1);
+    stoAnalyser* o = outer();
+    for (;;) {
+        std::vector<stoRawPtr> targets;
+        targets.reserve(static_cast<std::size_t>(o->m_dangling.size()));
+        for (auto const& entry : o->m_dangling)
+            targets.push_back(entry.first);
+        int resolved = 0;
+        for (stoRawPtr const& target : targets) {
+            if (!o->m_dangling.contains(target) || !stoStubbable::to_stubbable(target))
+                continue;
+            raw_to_value(target);
+            ++resolved;
+        }
+        if (!resolved)
+            break;
+    }
+}
+
+stoRawPtr stoAnalyser::dangling_pointer(stoPtrValue const* p)
+{
+    stoRawPtr const* target = outer()->m_dangling_targets.find(p);
+    return target ? *target : stoRawPtr();
+}
+
+int stoAnalyser::number_of_dangling_pointers() { return outer()->m_dangling_targets.size(); }
+
+void stoAnalyser::destroy_stubs()
+{
+    for (stoAnalyser* a = this; a; a = a->m_next) {
+        if (!a->m_stubs.is_empty()) {
+            // Forget the registrations of the stubs and of their ids before
+            // they go, so that a later analysis cannot find them.
+            stoValuePtrcoSet gone;
+            for (stoValue* stub : a->m_stubs) {
+                gone.add(stub);
+                if (stoValue const* id = static_cast<stoStub*>(stub)->id())
+                    id->participants(gone);
+            }
+            for (auto it = a->m_values.begin(); it != a->m_values.end();) {
+                if (gone.contains(it->second))
+                    it = a->m_values.erase(it);
+                else
+                    ++it;
+            }
+            for (stoValue* stub : a->m_stubs)
+                delete stub;
+            a->m_stubs.clear();
+        }
+        if (stoAnalyser* enclosing = a->m_outer) {
+            stoAnalyser* back = enclosing->m_outer;
+            if (back == a)
+                enclosing->m_outer = nullptr;
+            enclosing->destroy_stubs();
+            enclosing->m_outer = back;
+        }
+    }
+}

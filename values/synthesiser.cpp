@@ -1,0 +1,173 @@
+#include "values/synthesiser.h"
+
+#include "support/exceptions.h"
+#include "types/class.h"
+#include "values/mapper.h"
+#include "values/pointer_types.h"
+#include "values/value.h"
+
+// -------------------------------------------------------- stoSynthesiseFake
+
+stoSynthesiseFake::stoSynthesiseFake(stoClassMapper const* mapper, stoObjectPtr const& real)
+    : m_mapper(mapper), m_real(real), m_fake_class(mapper->model_class(real.type())), m_fake(nullptr), m_updated(0)
+{
+    m_fake = m_fake_class ? m_fake_class->create() : nullptr;
+}
+
+stoSynthesiseFake::~stoSynthesiseFake()
+{
+    try {
+        update();
+    } catch (stoException* e) {
+        // A failed final update is silent: the synthesiser is going away.
+        delete e;
+    }
+    if (m_fake)
+        m_fake_class->destroy(m_fake);
+}
+
+void stoSynthesiseFake::update()
+{
+    if (m_updated || !m_fake)
+        return;
+    m_updated = 1;
+    m_mapper->model_to_opaque(fake(), m_real);
+}
+
+// ----------------------------------------------------------- stoSynthesiser
+
+stoSynthesiser::stoSynthesiser() : m_in_memory_required(1) {}
+
+stoSynthesiser::~stoSynthesiser()
+{
+    // Last started first: nested fakes complete before those that contain them.
+    for (int i = m_fakes.size() - 1; i >= 0; --i)
+        m_fakes[i].reset();
+}
+
+void stoSynthesiser::handle_stub(stoStub const*, stoRWRawPtr const&) {}
+
+void stoSynthesiser::look_up_stub(stoRWRawPtr const&, stoStub const*) {}
+
+stoObjectPtr stoSynthesiser::start_fake(stoClassMapper const* mapper, stoObjectPtr const& real)
+{
+    m_fakes.append(std::make_unique<stoSynthesiseFake>(mapper, real));
+    return m_fakes[m_fakes.size() - 1]->fake();
+}
+
+void stoSynthesiser::end_fake(stoClassMapper const*, stoObjectPtr const&, stoObjectPtr const&) {}
+
+void stoSynthesiser::synthesise(stoValue const* value, stoRWRawPtr const& p)
+{
+    value_to_raw(value, p);
+    clean_up();
+}
+
+void stoSynthesiser::synthesise(stoValue const* value, void* address)
+{
+    value_to_raw(value, address);
+    clean_up();
+}
+
+void stoSynthesiser::value_to_raw(stoValue const* value, void* address)
+{
+    if (!value)
+        return;
+    stoTypeHandle const& type = value->type_ref();
+    value_to_raw(value, stoRWRawPtr(type, address, type.is_null() ? 0 : type->size()));
+}
+
+void stoSynthesiser::value_to_raw(stoValue const* value, stoRWRawPtr const& p)
+{
+    if (!value || !p.write_ptr() || p.type().is_null())
+        return;
+    m_objects[value] = p.write_ptr();
+    if (std::unique_ptr<coDList<stoRWRawPtr>>* waiting = m_pending.find(value)) {
+        std::unique_ptr<coDList<stoRWRawPtr>> fields = std::move(*waiting);
+        m_pending.remove(value);
+        for (stoRWRawPtr const& field : *fields) {
+            stoPtrType const* type = static_cast<stoPtrType const*>(field.type().type());
+            void const* cast = type->pointee_type()->cast(*value->type(), p.write_ptr());
+            type->point_at_object(field.write_ptr(), const_cast<void*>(cast));
+        }
+    }
+    if (stoStub const* stub = dynamic_cast<stoStub const*>(value)) {
+        handle_stub(stub, p);
+        return;
+    }
+    p.type()->value_to_raw(this, value, p);
+}
+
+void stoSynthesiser::handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr const& field)
+{
+    stoPtrType const* type = dynamic_cast<stoPtrType const*>(field.type().type());
+    if (!type)
+        return;
+    stoValue const* target = value ? value->pointee() : nullptr;
+    if (!target) {
+        type->point_at_object(field.write_ptr(), nullptr);
+        return;
+    }
+    if (stoStub const* stub = dynamic_cast<stoStub const*>(target)) {
+        look_up_stub(field, stub);
+        return;
+    }
+    stoClass const* meta = type->sto_dynamic_class();
+    if (meta == sto_class_stoPtrType() || meta == sto_class_stoTypeHandleType()) {
+        mark_ptr(type, target, field.write_ptr());
+        return;
+    }
+    if (void* const* existing = m_objects.find(target)) {
+        // A second owning or counted pointer to one object: a counted field
+        // shares the first field's count; an owning field stays as it is.
+        if (void* const* first_field = m_owners.find(*existing))
+            type->copy(*first_field, field.write_ptr());
+        return;
+    }
+    stoTypeHandle const& target_type = target->type_ref();
+    void* object = target_type->create();
+    if (!object)
+        return;
+    void const* cast = type->pointee_type()->cast(*target_type, object);
+    if (!cast) {
+        // The value's class is not a kind of the pointer's class.
+        target_type->destroy(object);
+        return;
+    }
+    // The field owns the object before its contents are written, so that a
+    // failure part-way leaves it with an owner.
+    type->point_at_object(field.write_ptr(), const_cast<void*>(cast));
+    m_owners[object] = field.write_ptr();
+    register_new_object(value, field);
+    value_to_raw(target, stoRWRawPtr(target_type, object, target_type->size()));
+}
+
+void stoSynthesiser::mark_ptr(stoPtrType const* type, stoValue const* target, void* field)
+{
+    if (void* const* address = m_objects.find(target)) {
+        void const* cast = type->pointee_type()->cast(*target->type(), *address);
+        type->point_at_object(field, const_cast<void*>(cast));
+        return;
+    }
+    std::unique_ptr<coDList<stoRWRawPtr>>& waiting = m_pending[target];
+    if (!waiting)
+        waiting = std::make_unique<coDList<stoRWRawPtr>>();
+    waiting->insert_last(stoRWRawPtr(type->handle(), field, static_cast<int>(sizeof(void*))));
+}
+
+void stoSynthesiser::register_new_object(stoValue const* value, stoRWRawPtr const& p)
+{
+    m_objects[value] = p.write_ptr();
+}
+
+void stoSynthesiser::clean_up()
+{
+    for (int i = m_fakes.size() - 1; i >= 0; --i)
+        m_fakes[i]->update();
+}
+
+void* stoSynthesiser::object_of(stoValue const* value) const
+{
+    void* const* address = m_objects.find(value);
+    return address ? *address : nullptr;
+}

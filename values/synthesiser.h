@@ -1,0 +1,88 @@
+// stoSynthesiser: turns a value graph back into live objects.
+//
+// The caller supplies the memory of the root object; each type writes its
+// own kind of value. The synthesiser records the live address made for each
+// value, creates the objects owned by owning and counted pointers, points
+// plain pointers at objects made later, and stages classes that are filled
+// through a fake object. It never changes or deletes the value graph.
+//
+//   stoSynthesiser s;
+//   s.synthesise(root, doc);        // writes root into *doc, then clean_up()
+#pragma once
+
+#include "platform/co_containers.h"
+#include "platform/co_pointers.h"
+#include "types/type_handle.h"
+#include "values/raw_ptr.h"
+
+#include <memory>
+
+class stoValue;
+class stoPtrValue;
+class stoPtrType;
+class stoStub;
+class stoClassMapper;
+class stoClass;
+
+// A real object being filled through a fake object of a described class; the
+// fake is copied into the real object once, at clean-up.
+class stoSynthesiseFake {
+public:
+    stoSynthesiseFake(stoClassMapper const* mapper, stoObjectPtr const& real);
+    // Updates the real object if that has not happened (a failure is dropped),
+    // then destroys the fake.
+    ~stoSynthesiseFake();
+    stoSynthesiseFake(stoSynthesiseFake const&) = delete;
+    stoSynthesiseFake& operator=(stoSynthesiseFake const&) = delete;
+
+    stoObjectPtr fake() const { return stoObjectPtr(m_fake_class, m_fake); }
+    void update();
+
+private:
+    stoClassMapper const* m_mapper;
+    stoObjectPtr m_real;
+    stoClass const* m_fake_class;
+    void* m_fake;
+    int m_updated;
+};
+
+using stoValuePtrstoVoidPtrcoTable = coTable<stoValue const*, void*>;
+using stoVoidPtrstoVoidPtrcoTable = coTable<void const*, void*>;
+
+class stoSynthesiser {
+public:
+    stoSynthesiser();
+    virtual ~stoSynthesiser();
+    stoSynthesiser(stoSynthesiser const&) = delete;
+    stoSynthesiser& operator=(stoSynthesiser const&) = delete;
+
+    // Called when the value being written is a stub; nothing here.
+    virtual void handle_stub(stoStub const* stub, stoRWRawPtr const& p);
+    // Called when a pointer's pointee is a stub, with the pointer field;
+    // nothing here, so the field keeps its content.
+    virtual void look_up_stub(stoRWRawPtr const& field, stoStub const* stub);
+    virtual stoObjectPtr start_fake(stoClassMapper const* mapper, stoObjectPtr const& real);
+    virtual void end_fake(stoClassMapper const* mapper, stoObjectPtr const& fake, stoObjectPtr const& real);
+
+    // Entry points: write the value, then clean up.
+    void synthesise(stoValue const* value, stoRWRawPtr const& p);
+    void synthesise(stoValue const* value, void* address);
+
+    void value_to_raw(stoValue const* value, void* address);
+    void value_to_raw(stoValue const* value, stoRWRawPtr const& p);
+    void handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr const& field);
+    void mark_ptr(stoPtrType const* type, stoValue const* target, void* field);
+    void register_new_object(stoValue const* value, stoRWRawPtr const& p);
+    // Fills every real object from its fake, the last started first.
+    void clean_up();
+    int in_memory_required() const { return m_in_memory_required; }
+    // The live address written for a value, or null.
+    void* object_of(stoValue const* value) const;
+
+protected:
+    stoValuePtrstoVoidPtrcoTable m_objects;
+    coTable<stoValue const*, std::unique_ptr<coDList<stoRWRawPtr>>> m_pending;
+    stoVoidPtrstoVoidPtrcoTable m_owners;
+    coPageArr<std::unique_ptr<stoSynthesiseFake>> m_fakes;
+    int m_in_memory_required;
+};
