@@ -8,6 +8,8 @@
 // through the schema's chain of stoUnnamedType records.
 #pragma once
 
+#include "platform/co_containers.h"
+#include "platform/ut_string.h"
 #include "types/persistent.h"
 #include "types/type_handle.h"
 #include "values/raw_ptr.h"
@@ -84,3 +86,9 @@ protected:
     stoUnnamedType* m_next_type;
 };
 STO_DECLARE_CLASS(stoUnnamedType)
+
+// Handles key sets and tables structurally: two equal types built
+// separately land on the same key.
+using stoTypeHandlecoSet = coSet<stoTypeHandle>;
+using stoTypeHandleintcoTable = coTable<stoTypeHandle, int>;
+using utStringstoTypeHandlecoTable = coTable<utString, stoTypeHandle>;

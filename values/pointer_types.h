@@ -43,6 +43,10 @@ private:
 };
 static_assert(sizeof(stoPrf) == sizeof(coPrf<int>), "a counted pointer field is an address and a count");
 
+// The opaque pointee class of the store's view of counted pointers.
+class stoPrfee;
+using stoPrfeecoPrf = coPrf<stoPrfee>;
+
 class stoPtrType : public stoType {
     STO_PERSISTENT(stoPtrType)
 public:

@@ -1,6 +1,7 @@
 #include "values/value.h"
 
 #include "support/exceptions.h"
+#include "support/memory_pool.h"
 #include "types/class.h"
 #include "types/describe.h"
 #include "values/mapper.h"
@@ -13,9 +14,9 @@ stoMemoryPool* stoValue::s_sto_pool = nullptr;
 
 stoValue::~stoValue() = default;
 
-void* stoValue::operator new(std::size_t size) { return ::operator new(size); }
+void* stoValue::operator new(std::size_t size) { return sto_value_allocate(s_sto_pool, size); }
 
-void stoValue::operator delete(void* p) { ::operator delete(p); }
+void stoValue::operator delete(void* p) { sto_value_deallocate(s_sto_pool, p); }
 
 namespace {
 

@@ -1,0 +1,460 @@
+// The value memory pool: the block arithmetic of the 64-bit layout, blocks
+// going back to the heap with their last allocation, the disabled pool and the
+// enabler scopes, the stream size conversions, and the value allocator that
+// frees every value through whatever made it.
+#include "support/exceptions.h"
+#include "support/memory_pool.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <random>
+#include <set>
+#include <vector>
+
+namespace {
+
+// Reaches the protected parts of a block through the members' own class.
+class BlockProbe : public stoMemoryBlock {
+public:
+    static stoMemoryBlock* block_of(void* p) { return block_from_address(p); }
+    static int used(stoMemoryBlock* b) { return b->*(&BlockProbe::m_used); }
+    static int size(stoMemoryBlock* b) { return b->*(&BlockProbe::m_size); }
+    static int live(stoMemoryBlock* b) { return b->*(&BlockProbe::m_live); }
+    static int has_room(stoMemoryBlock* b, unsigned int n) { return (b->*(&BlockProbe::enough_space_left))(n); }
+};
+
+long offset_in(stoMemoryBlock* block, void* p) { return static_cast<char*>(p) - reinterpret_cast<char*>(block); }
+
+bool aligned8(void* p) { return reinterpret_cast<std::uintptr_t>(p) % 8 == 0; }
+
+// Lets a test free values in the wrong place on purpose, to see that the
+// memory still goes back correctly.
+struct AllocatorChecksOff {
+    int previous = sto_value_allocator_checks(0);
+    ~AllocatorChecksOff() { sto_value_allocator_checks(previous); }
+};
+
+}  // namespace
+
+TEST(MemoryPool, AllocationsBumpThroughAlignedSlotsAndOpenANewBlockWhenFull)
+{
+    stoMemoryPool pool(64);
+    EXPECT_EQ(pool.block_size(), 64);
+    EXPECT_EQ(pool.enabled(), 0);
+    EXPECT_EQ(pool.live_blocks(), 0);
+    EXPECT_EQ(pool.enable_memory_pool(1), 0);
+
+    // 16 header bytes, then the 8-byte word, then the payload.
+    void* a = pool.allocate(8);
+    stoMemoryBlock* first = BlockProbe::block_of(a);
+    EXPECT_EQ(offset_in(first, a), 24);
+    EXPECT_EQ(BlockProbe::size(first), 64);
+    EXPECT_EQ(BlockProbe::used(first), 32);
+    EXPECT_EQ(pool.live_blocks(), 1);
+
+    void* b = pool.allocate(8);
+    EXPECT_EQ(BlockProbe::block_of(b), first);
+    EXPECT_EQ(offset_in(first, b), 40);
+    EXPECT_EQ(BlockProbe::used(first), 48);
+    EXPECT_EQ(BlockProbe::live(first), 2);
+    // 16 bytes left: exactly one word and 8 bytes; 9 bytes round up to 16.
+    EXPECT_TRUE(BlockProbe::has_room(first, 8));
+    EXPECT_FALSE(BlockProbe::has_room(first, 9));
+
+    // 24 bytes need 32, 16 remain.
+    void* c = pool.allocate(24);
+    stoMemoryBlock* second = BlockProbe::block_of(c);
+    EXPECT_NE(second, first);
+    EXPECT_EQ(offset_in(second, c), 24);
+    EXPECT_EQ(pool.live_blocks(), 2);
+    EXPECT_EQ(BlockProbe::used(first), 48);
+
+    // The second block's last 16 bytes take one more small request exactly.
+    void* d = pool.allocate(3);
+    EXPECT_EQ(BlockProbe::block_of(d), second);
+    EXPECT_EQ(offset_in(second, d), 56);
+    EXPECT_EQ(BlockProbe::used(second), 64);
+
+    // Odd sizes are rounded up, so what follows stays 8-byte aligned.
+    void* e = pool.allocate(5);
+    stoMemoryBlock* third = BlockProbe::block_of(e);
+    EXPECT_NE(third, second);
+    void* f = pool.allocate(1);
+    EXPECT_EQ(offset_in(third, f), 40);
+    for (void* p : {a, b, c, d, e, f})
+        EXPECT_TRUE(aligned8(p));
+    EXPECT_EQ(pool.live_blocks(), 3);
+
+    // Freeing both allocations of the first block releases it.
+    pool.deallocate(a);
+    EXPECT_EQ(pool.live_blocks(), 3);
+    EXPECT_EQ(BlockProbe::live(first), 1);
+    pool.deallocate(b);
+    EXPECT_EQ(pool.live_blocks(), 2);
+    pool.deallocate(d);
+    pool.deallocate(c);
+    EXPECT_EQ(pool.live_blocks(), 1);
+
+    // Emptying the current block releases it too; the pool must then start
+    // a fresh block instead of bumping through the released one.
+    pool.deallocate(f);
+    pool.deallocate(e);
+    EXPECT_EQ(pool.live_blocks(), 0);
+    void* g = pool.allocate(8);
+    EXPECT_EQ(pool.live_blocks(), 1);
+    EXPECT_EQ(offset_in(BlockProbe::block_of(g), g), 24);
+    pool.deallocate(g);
+    EXPECT_EQ(pool.live_blocks(), 0);
+    pool.deallocate(nullptr);
+    EXPECT_EQ(pool.live_blocks(), 0);
+}
+
+TEST(MemoryPool, RequestsBeyondAnEmptyBlockGetNullAndNoBlock)
+{
+    stoMemoryPool pool(64);
+    pool.enable_memory_pool(1);
+    // 64 - 16 header - 8 word leaves 40 bytes of payload at most.
+    void* full = pool.allocate(40);
+    ASSERT_NE(full, nullptr);
+    stoMemoryBlock* block = BlockProbe::block_of(full);
+    EXPECT_EQ(BlockProbe::used(block), 64);
+    EXPECT_FALSE(BlockProbe::has_room(block, 0));
+
+    EXPECT_EQ(pool.allocate(41), nullptr);
+    // Rounding such a request must not wrap around to a small one.
+    EXPECT_EQ(pool.allocate(UINT_MAX), nullptr);
+    EXPECT_EQ(pool.allocate(UINT_MAX - 6), nullptr);
+    EXPECT_EQ(pool.live_blocks(), 1);
+
+    pool.deallocate(full);
+    EXPECT_EQ(pool.live_blocks(), 0);
+}
+
+TEST(MemoryPool, ADisabledPoolHandsOutAndTakesBackHeapMemory)
+{
+    stoMemoryPool pool(64);
+    // Larger than any block could hold, so it can only come from the heap.
+    void* big = pool.allocate(100);
+    ASSERT_NE(big, nullptr);
+    std::memset(big, 0xab, 100);
+    EXPECT_EQ(pool.live_blocks(), 0);
+    pool.deallocate(big);
+
+    pool.enable_memory_pool(1);
+    void* pooled = pool.allocate(8);
+    stoMemoryBlock* block = BlockProbe::block_of(pooled);
+    EXPECT_EQ(pool.enable_memory_pool(0), 1);
+    EXPECT_EQ(pool.enabled(), 0);
+    EXPECT_EQ(pool.enable_memory_pool(0), 0);
+
+    void* heap = pool.allocate(8);
+    ASSERT_NE(heap, nullptr);
+    EXPECT_TRUE(offset_in(block, heap) < 0 || offset_in(block, heap) >= 64);
+    EXPECT_EQ(BlockProbe::used(block), 32);
+    EXPECT_EQ(pool.live_blocks(), 1);
+    std::memset(heap, 0, 8);
+    pool.deallocate(heap);
+    EXPECT_EQ(BlockProbe::live(block), 1);
+
+    // Enabled again, the pool goes on bumping through its current block.
+    EXPECT_EQ(pool.enable_memory_pool(5), 0);
+    EXPECT_EQ(pool.enabled(), 1);
+    void* next = pool.allocate(8);
+    EXPECT_EQ(BlockProbe::block_of(next), block);
+    EXPECT_EQ(offset_in(block, next), 40);
+    pool.deallocate(pooled);
+    pool.deallocate(next);
+    EXPECT_EQ(pool.live_blocks(), 0);
+}
+
+TEST(MemoryPool, NestedEnablersShareTheOuterPoolAndOnlyTheOuterDeletesIt)
+{
+    stoMemoryPool* installed = nullptr;
+    {
+        stoMemoryPoolEnabler outer(installed, 64);
+        ASSERT_NE(installed, nullptr);
+        stoMemoryPool* pool = installed;
+        EXPECT_EQ(pool->enabled(), 1);
+        EXPECT_EQ(pool->block_size(), 64);
+        void* kept = pool->allocate(8);
+        {
+            stoMemoryPoolEnabler inner(installed, 4096);
+            EXPECT_EQ(installed, pool);
+            EXPECT_EQ(installed->block_size(), 64);
+            void* v = installed->allocate(8);
+            EXPECT_EQ(BlockProbe::block_of(v), BlockProbe::block_of(kept));
+            installed->deallocate(v);
+        }
+        // The pool is still there and still the same.
+        ASSERT_EQ(installed, pool);
+        EXPECT_EQ(pool->enabled(), 1);
+        EXPECT_EQ(pool->live_blocks(), 1);
+        pool->deallocate(kept);
+        EXPECT_EQ(pool->live_blocks(), 0);
+    }
+    EXPECT_EQ(installed, nullptr);
+
+    // A failure that leaves the scope deletes the pool on its way out.
+    try {
+        stoMemoryPoolEnabler scope(installed, 64);
+        ASSERT_NE(installed, nullptr);
+        throw 42;
+    } catch (int) {
+    }
+    EXPECT_EQ(installed, nullptr);
+
+    // A pool installed by someone else is not an enabler's to delete.
+    stoMemoryPool mine(32);
+    installed = &mine;
+    {
+        stoMemoryPoolEnabler scope(installed, 64);
+        EXPECT_EQ(installed, &mine);
+    }
+    EXPECT_EQ(installed, &mine);
+    EXPECT_EQ(mine.enabled(), 0);
+}
+
+TEST(MemoryPool, StreamSizesConvertOnlyWithinTheSigned32BitRange)
+{
+    EXPECT_EQ(streamsize_to_stoMemorySize(2147483647LL), 2147483647);
+    EXPECT_EQ(streamsize_to_stoMemorySize(-1LL), -1);
+    EXPECT_EQ(streamsize_to_stoMemorySize(-2147483648LL), INT_MIN);
+    EXPECT_EQ(streamsize_to_stoMemorySize(0LL), 0);
+
+    for (long long too_large : {2147483648LL, -2147483649LL, LLONG_MAX, LLONG_MIN, 4294967296LL}) {
+        stoException* caught = nullptr;
+        try {
+            streamsize_to_stoMemorySize(too_large);
+        } catch (stoException* e) {
+            caught = e;
+        }
+        ASSERT_NE(caught, nullptr) << too_large;
+        EXPECT_NE(stoFileTooLargeException::ut_dynamic_cast(caught), nullptr);
+        delete caught;
+    }
+
+    EXPECT_EQ(stoMemorySize_to_streamsize(-1), -1LL);
+    EXPECT_EQ(stoMemorySize_to_streamsize(INT_MIN), -2147483648LL);
+    EXPECT_EQ(stoMemorySize_to_streamsize(INT_MAX), 2147483647LL);
+}
+
+TEST(MemoryPool, ManyAllocationsAcrossManyBlocksStayDisjointAndAllGoBack)
+{
+    const int block_size = 1024;
+    stoMemoryPool pool(block_size);
+    pool.enable_memory_pool(1);
+
+    struct Allocation {
+        unsigned char* p;
+        unsigned int size;
+    };
+    std::vector<Allocation> all;
+    for (int i = 0; i < 20000; ++i) {
+        unsigned int size = static_cast<unsigned int>(i * 7 % 57 + 1);
+        auto* p = static_cast<unsigned char*>(pool.allocate(size));
+        ASSERT_NE(p, nullptr);
+        ASSERT_TRUE(aligned8(p));
+        stoMemoryBlock* block = BlockProbe::block_of(p);
+        ASSERT_GE(offset_in(block, p), 24);
+        ASSERT_LE(offset_in(block, p) + size, block_size);
+        std::memset(p, i & 0xff, size);
+        all.push_back({p, size});
+    }
+
+    // Nothing written later overwrote anything written earlier.
+    std::set<stoMemoryBlock*> blocks;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        for (unsigned int k = 0; k < all[i].size; ++k)
+            ASSERT_EQ(all[i].p[k], static_cast<unsigned char>(i & 0xff)) << "allocation " << i;
+        blocks.insert(BlockProbe::block_of(all[i].p));
+    }
+    EXPECT_GT(blocks.size(), 100u);
+    EXPECT_EQ(pool.live_blocks(), static_cast<int>(blocks.size()));
+
+    std::mt19937 random(20240517);
+    std::shuffle(all.begin(), all.end(), random);
+    int previous = pool.live_blocks();
+    for (Allocation const& a : all) {
+        pool.deallocate(a.p);
+        ASSERT_LE(pool.live_blocks(), previous);
+        previous = pool.live_blocks();
+    }
+    EXPECT_EQ(pool.live_blocks(), 0);
+}
+
+TEST(MemoryPool, ValuesComeFromBlocksInsideAScopeAndFromTheHeapOutside)
+{
+    // No pool: heap values, 8-aligned, freed with no pool installed.
+    void* heap = sto_value_allocate(nullptr, 48);
+    void* empty = sto_value_allocate(nullptr, 0);
+    EXPECT_TRUE(aligned8(heap));
+    std::memset(heap, 0x5a, 48);
+    sto_value_deallocate(nullptr, heap);
+    sto_value_deallocate(nullptr, empty);
+    sto_value_deallocate(nullptr, nullptr);
+
+    stoMemoryPool* installed = nullptr;
+    {
+        stoMemoryPoolEnabler scope(installed, 0xffc00);
+        void* v1 = sto_value_allocate(installed, 48);
+        void* v2 = sto_value_allocate(installed, 40);
+        stoMemoryBlock* block = BlockProbe::block_of(v1);
+        EXPECT_EQ(offset_in(block, v1), 24);
+        EXPECT_EQ(offset_in(block, v2), 80);
+        EXPECT_EQ(installed->live_blocks(), 1);
+        std::memset(v1, 1, 48);
+        std::memset(v2, 2, 40);
+        sto_value_deallocate(installed, v2);
+        EXPECT_EQ(installed->live_blocks(), 1);
+        sto_value_deallocate(installed, v1);
+        EXPECT_EQ(installed->live_blocks(), 0);
+    }
+
+    // A disabled pool gives heap values, and freeing them under it is right.
+    stoMemoryPool pool(4096);
+    void* off = sto_value_allocate(&pool, 48);
+    EXPECT_EQ(pool.live_blocks(), 0);
+    std::memset(off, 3, 48);
+    // Disabling stops new pooled values; those made before still belong to
+    // the pool and go back into their block.
+    pool.enable_memory_pool(1);
+    void* on = sto_value_allocate(&pool, 48);
+    EXPECT_EQ(pool.live_blocks(), 1);
+    pool.enable_memory_pool(0);
+    sto_value_deallocate(&pool, off);
+    sto_value_deallocate(&pool, on);
+    EXPECT_EQ(pool.live_blocks(), 0);
+
+    // A pooled value too large for any block is refused, not half made.
+    stoMemoryPool small(64);
+    small.enable_memory_pool(1);
+    EXPECT_THROW(sto_value_allocate(&small, 41), std::bad_alloc);
+    EXPECT_EQ(small.live_blocks(), 0);
+}
+
+TEST(MemoryPool, ValuesFreedUnderTheWrongPoolStillGoBackToWhatMadeThem)
+{
+    AllocatorChecksOff quiet;
+    stoMemoryPool* installed = nullptr;
+
+    void* before = sto_value_allocate(nullptr, 48);
+    void* a1;
+    void* a2;
+    {
+        stoMemoryPoolEnabler scope(installed, 4096);
+        a1 = sto_value_allocate(installed, 48);
+        a2 = sto_value_allocate(installed, 48);
+        // A heap value freed inside a scope goes back to the heap.
+        sto_value_deallocate(installed, before);
+        EXPECT_EQ(installed->live_blocks(), 1);
+    }
+    void* b1;
+    {
+        stoMemoryPoolEnabler scope(installed, 4096);
+        b1 = sto_value_allocate(installed, 48);
+    }
+    EXPECT_EQ(installed, nullptr);
+    std::memset(a1, 1, 48);
+    std::memset(b1, 2, 48);
+
+    {
+        stoMemoryPoolEnabler scope(installed, 4096);
+        void* fresh = sto_value_allocate(installed, 48);
+        EXPECT_EQ(installed->live_blocks(), 1);
+        // The orphaned block of the first scope goes back with its last value;
+        // that block was never this pool's, so its count stays.
+        sto_value_deallocate(installed, a1);
+        sto_value_deallocate(installed, a2);
+        EXPECT_EQ(installed->live_blocks(), 1);
+        void* next = sto_value_allocate(installed, 48);
+        EXPECT_EQ(BlockProbe::block_of(next), BlockProbe::block_of(fresh));
+        EXPECT_EQ(offset_in(BlockProbe::block_of(next), next), 24 + 56);
+        sto_value_deallocate(installed, fresh);
+        sto_value_deallocate(installed, next);
+        EXPECT_EQ(installed->live_blocks(), 0);
+    }
+
+    // With no pool left at all, the block frees itself (the leak checker
+    // would report it otherwise).
+    sto_value_deallocate(nullptr, b1);
+}
+
+#ifndef NDEBUG
+
+TEST(MemoryPoolDeathTest, MisplacedFreesAbortWithAMessageInDebugBuilds)
+{
+    EXPECT_DEATH(
+        {
+            stoMemoryPool* installed = nullptr;
+            void* v;
+            {
+                stoMemoryPoolEnabler scope(installed, 4096);
+                v = sto_value_allocate(installed, 48);
+            }
+            sto_value_deallocate(installed, v);
+        },
+        "allocated from a memory pool is freed with no memory pool installed");
+
+    EXPECT_DEATH(
+        {
+            void* v = sto_value_allocate(nullptr, 48);
+            stoMemoryPool* installed = nullptr;
+            stoMemoryPoolEnabler scope(installed, 4096);
+            sto_value_deallocate(installed, v);
+        },
+        "allocated from the heap is freed while a memory pool is installed");
+
+    EXPECT_DEATH(
+        {
+            stoMemoryPool maker(4096);
+            stoMemoryPool other(4096);
+            maker.enable_memory_pool(1);
+            other.enable_memory_pool(1);
+            void* v = sto_value_allocate(&maker, 48);
+            sto_value_deallocate(&other, v);
+        },
+        "freed under a different memory pool");
+
+    EXPECT_DEATH(
+        {
+            stoMemoryPool pool(4096);
+            pool.enable_memory_pool(1);
+            void* keeps_block_alive = sto_value_allocate(&pool, 48);
+            void* v = sto_value_allocate(&pool, 48);
+            sto_value_deallocate(&pool, v);
+            sto_value_deallocate(&pool, v);
+            sto_value_deallocate(&pool, keeps_block_alive);
+        },
+        "freed twice");
+
+    // A word that points at 16-aligned memory just below the value, laid out
+    // like a block header with one live allocation, but without the magic.
+    EXPECT_DEATH(
+        {
+            alignas(16) unsigned char fake[64] = {};
+            int used = 48;
+            int size = 64;
+            int live = 1;
+            std::memcpy(fake, &used, sizeof used);
+            std::memcpy(fake + 4, &size, sizeof size);
+            std::memcpy(fake + 8, &live, sizeof live);
+            unsigned char* start = fake;
+            std::memcpy(fake + 32, &start, sizeof start);
+            sto_value_deallocate(nullptr, fake + 40);
+        },
+        "allocation word is unknown");
+    EXPECT_DEATH(
+        {
+            alignas(16) unsigned char garbage[32] = {};
+            std::memset(garbage, 0x2a, 16);
+            sto_value_deallocate(nullptr, garbage + 16);
+        },
+        "allocation word is unknown");
+}
+
+#endif
