@@ -16,6 +16,9 @@
 #include "platform/ut_typeid.h"
 
 #include "support/exceptions.h"
+#include "support/memory_pool.h"
+
+#include "io/writer.h"
 
 #include "types/array.h"
 #include "types/basic.h"

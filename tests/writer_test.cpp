@@ -1,0 +1,257 @@
+// The text of store files: records, numbering, stub names, inline values and
+// literals, byte for byte.
+#include "test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <sstream>
+#include <string>
+
+namespace {
+
+stoSchema* sto_schema_wrt()
+{
+    static stoSchema* s_schema = nullptr;
+    if (!s_schema)
+        s_schema = sto_system()->save(new stoSchema("writer_test", 3));
+    return s_schema;
+}
+
+}  // namespace
+
+class wrtBase {
+    STO_PERSISTENT(wrtBase)
+public:
+    virtual ~wrtBase() = default;
+    int m_base = 5;
+};
+STO_DECLARE_CLASS(wrtBase)
+
+class wrtLeaf : public wrtBase {
+    STO_PERSISTENT(wrtLeaf)
+public:
+    ~wrtLeaf() override = default;
+    double m_d = 0;
+    utString m_s;
+    stoByteArray m_bytes;
+    wrtLeaf* m_other = nullptr;
+    stoTypeHandle m_kind;
+};
+STO_DECLARE_CLASS(wrtLeaf)
+
+class wrtHolder {
+    STO_PERSISTENT(wrtHolder)
+public:
+    virtual ~wrtHolder() { delete m_first; }
+    wrtLeaf* m_first = nullptr;
+    wrtLeaf m_embedded;
+    int m_numbers[3] = {1, 2, 3};
+};
+STO_DECLARE_CLASS(wrtHolder)
+
+STO_CLASS(wrtBase, sto_schema_wrt())
+{
+    STO_MEMBER(m_base);
+}
+
+STO_CLASS(wrtLeaf, sto_schema_wrt())
+{
+    STO_BASE(wrtBase);
+    STO_MEMBER(m_d);
+    STO_MEMBER(m_s);
+    STO_MEMBER(m_bytes);
+    STO_MEMBER(m_other);
+    STO_MEMBER(m_kind);
+}
+
+STO_CLASS(wrtHolder, sto_schema_wrt())
+{
+    STO_OWNING_PTR(m_first);
+    STO_MEMBER(m_embedded);
+    STO_MEMBER(m_numbers);
+}
+
+namespace {
+
+std::string write_object(void const* object, stoTypeHandle const& type, int* ok = nullptr)
+{
+    std::ostringstream os;
+    stoFileWriter writer;
+    int result = writer.write(os, object, type);
+    if (ok)
+        *ok = result;
+    return os.str();
+}
+
+std::string line_starting(std::string const& text, std::string const& prefix)
+{
+    std::istringstream in(text);
+    std::string line;
+    while (std::getline(in, line))
+        if (line.compare(0, prefix.size(), prefix) == 0)
+            return line;
+    return "";
+}
+
+std::string leaf_body(wrtLeaf const& leaf)
+{
+    std::string text = write_object(&leaf, sto_type_wrtLeaf());
+    return line_starting(text, "root=");
+}
+
+}  // namespace
+
+TEST(Writer, SchemaFileOpensAsTheWorkedExample)
+{
+    stoSchema* sample = sto_system()->save(new stoSchema("sample", 7));
+    std::string text = write_object(sample, sto_type_stoSchema());
+    std::string expected_opening =
+        "STO1\n"
+        "-TYPE STUBS\n"
+        "stoSchema=stoClass(\"stoSchema\",&store_1)\n"
+        "stoStubbable=stoClass(\"stoStubbable\",&store_1)\n"
+        "store_1=stoSchema(%$8,&%$7)\n"
+        "stoSchemaID=stoClass(\"stoSchemaID\",&store_1)\n"
+        "%$7=stoSystem(1,&@)\n"
+        "%$8=stoSchemaID{\"store\",1}\n";
+    EXPECT_EQ(text.substr(0, expected_opening.size()), expected_opening);
+    EXPECT_NE(text.find("\n-TYPES\n"), std::string::npos);
+    EXPECT_NE(text.find("\n-OBJECTS\nroot=stoSchema{&#$1,#3,&@,&@,&@}\n#3=stoSchemaID{\"sample\",7}\n"),
+              std::string::npos);
+    EXPECT_NE(text.find("\n-OBJECT STUBS\n#$1=stoSystem(1,&@)\n"), std::string::npos);
+}
+
+TEST(Writer, RecordsAreNumberedBreadthFirstAndInlineValuesUseUpNumbers)
+{
+    wrtHolder holder;
+    holder.m_first = new wrtLeaf;
+    holder.m_first->m_s = "first";
+    std::string text = write_object(&holder, sto_type_wrtHolder());
+    // The root keeps number 1 unprinted. Its children are numbered in member
+    // order (the inline pointer #2, the embedded leaf #3, the inline array
+    // #4), their own children after them: the owned leaf is #5.
+    EXPECT_EQ(line_starting(text, "root="), "root=wrtHolder{&#5,#3,(1,2,3)}");
+    EXPECT_EQ(line_starting(text, "#5="), "#5=wrtLeaf{5,0,\"first\",!{");
+    EXPECT_NE(text.find("\n#3=wrtLeaf{5,0,@,!{\n\n}!,&@,&@}\n#5="), std::string::npos);
+    // A class with a base writes a stub for the base too.
+    EXPECT_NE(text.find("\nwrtBase=stoClass(\"wrtBase\",&writer_test_3)\n"), std::string::npos);
+    EXPECT_NE(text.find("\nwriter_test_3=stoSchema("), std::string::npos);
+}
+
+TEST(Writer, LiteralsAreExact)
+{
+    wrtLeaf leaf;
+    leaf.m_d = 0.1;
+    leaf.m_s = utString(utStringArray, "q\"b\\n\n\xC3\x01", 8);
+    EXPECT_EQ(leaf_body(leaf), "root=wrtLeaf{5,0.10000000000000001,\"q\\\"b\\\\n\\x0A\\xC3\\x01\",!{");
+
+    leaf.m_s = utString("");
+    leaf.m_d = 3;
+    EXPECT_EQ(leaf_body(leaf), "root=wrtLeaf{5,3,\"\",!{");
+    leaf.m_d = -std::numeric_limits<double>::max();
+    EXPECT_EQ(leaf_body(leaf), "root=wrtLeaf{5,@,\"\",!{");
+    leaf.m_d = 1e300;
+    EXPECT_EQ(leaf_body(leaf), "root=wrtLeaf{5,1.0000000000000001e+300,\"\",!{");
+    leaf.m_d = -2.5;
+    EXPECT_EQ(leaf_body(leaf), "root=wrtLeaf{5,-2.5,\"\",!{");
+
+    // Doubles print as %.17g prints them.
+    for (double d : {5e-324, 2.2250738585072014e-308, 123456789.125, -0.0, 1.0 / 3}) {
+        leaf.m_d = d;
+        char expected[64];
+        std::snprintf(expected, sizeof expected, "%.17g", d);
+        EXPECT_EQ(leaf_body(leaf), std::string("root=wrtLeaf{5,") + expected + ",\"\",!{");
+    }
+}
+
+TEST(Writer, ByteArraysAreBase64InLinesOfSixty)
+{
+    wrtLeaf leaf;
+    std::string text = write_object(&leaf, sto_type_wrtLeaf());
+    EXPECT_NE(text.find("!{\n\n}!"), std::string::npos);  // empty
+
+    unsigned char zero = 0;
+    leaf.m_bytes = stoByteArray(&zero, 1);
+    text = write_object(&leaf, sto_type_wrtLeaf());
+    EXPECT_NE(text.find("!{\nAA==\n\n}!"), std::string::npos);
+
+    unsigned char bytes[46];
+    for (int i = 0; i < 46; ++i)
+        bytes[i] = static_cast<unsigned char>(i * 37 + 11);
+    leaf.m_bytes = stoByteArray(bytes, 45);
+    text = write_object(&leaf, sto_type_wrtLeaf());
+    std::size_t open = text.find("!{\n");
+    ASSERT_NE(open, std::string::npos);
+    std::size_t close = text.find("}!", open);
+    std::string data = text.substr(open + 3, close - open - 3);
+    // 45 bytes fill exactly one line, then the empty line ends the data.
+    ASSERT_EQ(data.size(), 62u);
+    EXPECT_EQ(data.substr(60), "\n\n");
+
+    // An independent encoder as the oracle.
+    auto encode = [](unsigned char const* p, int n) {
+        static char const a[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+        std::string out;
+        for (int i = 0; i < n; i += 3) {
+            unsigned v = p[i] << 16 | (i + 1 < n ? p[i + 1] << 8 : 0) | (i + 2 < n ? p[i + 2] : 0);
+            out += a[v >> 18 & 63];
+            out += a[v >> 12 & 63];
+            out += i + 1 < n ? a[v >> 6 & 63] : '=';
+            out += i + 2 < n ? a[v & 63] : '=';
+        }
+        return out;
+    };
+    EXPECT_EQ(data.substr(0, 60), encode(bytes, 45));
+    leaf.m_bytes = stoByteArray(bytes, 46);
+    text = write_object(&leaf, sto_type_wrtLeaf());
+    open = text.find("!{\n");
+    close = text.find("}!", open);
+    std::string full = encode(bytes, 46);
+    EXPECT_EQ(text.substr(open + 3, close - open - 3), full.substr(0, 60) + "\n" + full.substr(60) + "\n\n");
+}
+
+TEST(Writer, StubsAreNamedAndCollisionsGetTheirFileId)
+{
+    wrtLeaf leaf;
+    leaf.m_kind = sto_type_wrtHolder();
+    std::string text = write_object(&leaf, sto_type_wrtLeaf());
+    // The class reached through the type handle is an object stub; its schema
+    // stub's name is taken already in TYPE STUBS, so it carries its file id.
+    std::string stub = line_starting(text, "wrtHolder=");
+    EXPECT_EQ(stub.substr(0, 39), "wrtHolder=stoClass(\"wrtHolder\",&writer_");
+    EXPECT_NE(stub.find("&writer_test_3#$"), std::string::npos);
+    std::string schema_key = stub.substr(stub.find("&") + 1);
+    schema_key.pop_back();
+    EXPECT_EQ(line_starting(text, schema_key + "=").substr(0, schema_key.size() + 10), schema_key + "=stoSchema");
+    EXPECT_NE(text.find("\n}!,&@,&wrtHolder}\n"), std::string::npos) << text;
+}
+
+TEST(Writer, NonFiniteNumbersFailBeforeAnythingIsPrinted)
+{
+    wrtLeaf leaf;
+    for (double bad : {std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
+                       std::numeric_limits<double>::quiet_NaN()}) {
+        leaf.m_d = bad;
+        int ok = 1;
+        std::string text = write_object(&leaf, sto_type_wrtLeaf(), &ok);
+        EXPECT_EQ(ok, 0);
+        EXPECT_EQ(text, "");
+    }
+    EXPECT_EQ(stoValue::sto_memory_pool(), nullptr);
+}
+
+TEST(Writer, SharedPlainTargetsAndNullMembers)
+{
+    wrtHolder holder;
+    holder.m_first = new wrtLeaf;
+    holder.m_first->m_other = &holder.m_embedded;
+    holder.m_embedded.m_other = holder.m_first;
+    std::string text = write_object(&holder, sto_type_wrtHolder());
+    // Plain pointers refer to records by key, in either direction.
+    EXPECT_NE(text.find("\n#3=wrtLeaf{5,0,@,!{\n\n}!,&#5,&@}\n#5=wrtLeaf{5,0,@,!{\n\n}!,&#3,&@}\n"),
+              std::string::npos)
+        << text;
+}
