@@ -20,6 +20,8 @@
 
 #include "io/writer.h"
 
+#include "evolution/type_synthesiser.h"
+
 #include "types/array.h"
 #include "types/basic.h"
 #include "types/binding.h"

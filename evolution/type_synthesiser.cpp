@@ -1,0 +1,153 @@
+#include "evolution/type_synthesiser.h"
+
+#include "support/exceptions.h"
+#include "types/basic.h"
+#include "types/binding.h"
+#include "types/class.h"
+#include "types/system.h"
+#include "values/mapper.h"
+#include "values/pointer_types.h"
+#include "values/value.h"
+
+#include <cstring>
+
+stoTypeSynthesiser::~stoTypeSynthesiser()
+{
+    for (stoRawPtr const& made : m_made)
+        if (!made.type().is_null())
+            made.type()->destroy(const_cast<void*>(made.ptr()));
+}
+
+stoSchema const* stoTypeSynthesiser::find_schema(stoSchemaID const& id) { return sto_system()->find_loaded_schema(id); }
+
+stoRawPtr stoTypeSynthesiser::make_object(stoValue const* value)
+{
+    if (!value || value->type_ref().is_null())
+        return stoRawPtr();
+    stoTypeHandle type = value->type();
+    void* object = type->create();
+    if (!object)
+        return stoRawPtr();
+    stoRawPtr made(type, object, type->size());
+    m_made.add(made);
+    value_to_raw(value, stoRWRawPtr(type, object, type->size()));
+    return made;
+}
+
+void stoTypeSynthesiser::find_stub(stoTypeHandle const& type, void* out, stoStub const* stub)
+{
+    stoTypeOwner pointer(stoPtrType::make(type));
+    look_up_stub(stoRWRawPtr(pointer, out, pointer->size()), stub);
+}
+
+namespace {
+
+template <class T>
+T const* view(stoRawPtr const& made)
+{
+    if (made.type().is_null() || !made.ptr())
+        return nullptr;
+    stoObjectPtr o = made.type()->sto_object();
+    stoClass const* cls = stoClass::sto_dynamic_cast(o.type(), o.ptr());
+    if (!cls)
+        return nullptr;
+    return T::sto_dynamic_cast(cls, made.ptr());
+}
+
+}  // namespace
+
+void stoTypeSynthesiser::look_up_stub(stoRWRawPtr const& slot, stoStub const* stub)
+{
+    stoPtrType const* slot_type = dynamic_cast<stoPtrType const*>(slot.type().type());
+    if (!slot_type || !stub || stub->type_ref().is_null())
+        return;
+    stoRawPtr id = make_object(stub->id());
+    stoStub const* parent = dynamic_cast<stoStub const*>(stub->parent());
+    stoObjectPtr o = stub->type()->sto_object();
+    stoClass const* target = stoClass::sto_dynamic_cast(o.type(), o.ptr());
+    if (!target)
+        return;
+
+    // Written through the slot type's copy, as any pointer field is: a
+    // type-handle field receives the handle, any other field the address.
+    auto write = [&](void* address, stoTypeHandle const& handle) {
+        if (slot_type->sto_dynamic_class() == sto_class_stoTypeHandleType()) {
+            slot_type->copy(&handle, slot.write_ptr());
+        } else {
+            void* source = address;
+            slot_type->copy(&source, slot.write_ptr());
+        }
+    };
+
+    utString const* name = id.type() == sto_type_utString() ? static_cast<utString const*>(id.ptr()) : nullptr;
+
+    if (target->is_compatible_with(sto_type_stoSystem())) {
+        write(sto_system(), stoTypeHandle());
+    } else if (target->is_compatible_with(sto_type_stoSchema())) {
+        stoSystem* system = nullptr;
+        if (parent)
+            find_stub(sto_type_stoSystem(), &system, parent);
+        stoSchemaID const* schema_id = view<stoSchemaID>(id);
+        if (!schema_id)
+            return;
+        stoSchema const* schema = find_schema(*schema_id);
+        if (!schema)
+            throw new stoMissingSchemaException(*schema_id);
+        write(const_cast<stoSchema*>(schema), stoTypeHandle());
+    } else if (target->is_compatible_with(sto_type_stoClass()) || target->is_compatible_with(sto_type_stoBasic())) {
+        int is_class = target->is_compatible_with(sto_type_stoClass());
+        stoSchema* schema = nullptr;
+        if (parent)
+            find_stub(sto_type_stoSchema(), &schema, parent);
+        if (!schema || !name)
+            return;
+        stoSchemaObject const* found = schema->look_up_object(*name);
+        stoObjectPtr fo = found ? found->sto_object() : stoObjectPtr();
+        if (is_class) {
+            stoClass const* cls = found ? stoClass::sto_dynamic_cast(fo.type(), fo.ptr()) : nullptr;
+            if (!cls)
+                throw new stoMissingClassException(stoSchemaID(schema->name(), schema->version()), *name);
+            write(const_cast<stoClass*>(cls), cls->handle());
+        } else {
+            // A basic type is a type through its C++ class even where its
+            // declared bases say otherwise (the byte-array type).
+            stoBasic const* basic = found ? dynamic_cast<stoBasic const*>(found) : nullptr;
+            if (basic)
+                write(const_cast<stoBasic*>(basic), basic->handle());
+        }
+    } else if (target->is_compatible_with(sto_type_stoMapper())) {
+        stoSchema* schema = nullptr;
+        if (parent)
+            find_stub(sto_type_stoSchema(), &schema, parent);
+        if (!schema || !name)
+            return;
+        stoSchemaObject const* found = schema->look_up_object(*name);
+        if (!found) {
+            // Mappers are not named types: look along the mapper chain.
+            for (stoSchemaMapperBinding const* b = schema->first_mapper_binding(); b; b = b->next())
+                if (b->mapper() && b->mapper()->name_ref() == *name)
+                    found = b->mapper();
+        }
+        if (stoMapper const* mapper = dynamic_cast<stoMapper const*>(found))
+            write(const_cast<stoMapper*>(mapper), stoTypeHandle());
+    } else if (target->is_compatible_with(sto_type_stoMember())) {
+        stoClass* owner = nullptr;
+        if (parent)
+            find_stub(sto_type_stoClass(), &owner, parent);
+        if (!owner || !name)
+            return;
+        if (stoMember const* member = find_class_member(owner, *name))
+            write(const_cast<stoMember*>(member), stoTypeHandle());
+    }
+}
+
+stoMember const* find_class_member(stoClass const* owner, utString const& name)
+{
+    if (!owner)
+        return nullptr;
+    stoClassMemberIT it(owner);
+    while (++it)
+        if (std::strcmp(it()->name_ref().c_str(), name.c_str()) == 0)
+            return it();
+    return nullptr;
+}
