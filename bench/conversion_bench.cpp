@@ -5,8 +5,8 @@
 // the time per object of each size relative to the previous one, which stays
 // near 1 when no hidden quadratic work is done.
 //
-//   sto_bench_conversion                 # 10k, 100k and 1M items
-//   sto_bench_conversion --items 20000   # one size (repeatable)
+//   sto_bench_conversion_bench          # 10k, 100k and 1M items
+//   sto_bench_conversion_bench --items 20000 # one size (repeatable)
 #include "sample.h"
 
 #include <sto.h>
@@ -83,7 +83,7 @@ Result run(int items, unsigned seed)
         reset_peak();
         auto t2 = Clock::now();
         {
-            stoSynthesiser synthesiser;
+            stoTypeSynthesiser synthesiser;
             synthesiser.synthesise(root, copy);
         }
         auto t3 = Clock::now();
