@@ -14,12 +14,13 @@
 
 #include "platform/co_hash.h"
 
+#include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <deque>
 #include <list>
-#include <unordered_map>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -35,7 +36,7 @@ struct coEqual {
 
 template <class T>
 class coSet {
-    using Impl = std::unordered_set<T, coHasher, coEqual>;
+    using Impl = absl::flat_hash_set<T, coHasher, coEqual>;
 
 public:
     using const_iterator = typename Impl::const_iterator;
@@ -79,7 +80,7 @@ private:
 
 template <class K, class V>
 class coTable {
-    using Impl = std::unordered_map<K, V, coHasher, coEqual>;
+    using Impl = absl::flat_hash_map<K, V, coHasher, coEqual>;
 
 public:
     using iterator = typename Impl::iterator;
@@ -102,7 +103,6 @@ public:
     }
     int contains(K const& key) const { return m_impl.find(key) != m_impl.end(); }
     int remove(K const& key) { return static_cast<int>(m_impl.erase(key)); }
-    iterator erase(const_iterator it) { return m_impl.erase(it); }
     int size() const { return static_cast<int>(m_impl.size()); }
     int is_empty() const { return m_impl.empty(); }
     void clear() { m_impl.clear(); }

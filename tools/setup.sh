@@ -14,7 +14,7 @@ declare -A tool_packages=(
     [g++]=g++
     [make]=make
 )
-packages=(libgtest-dev libgmock-dev libbenchmark-dev "$@")
+packages=(libabsl-dev libgtest-dev libgmock-dev libbenchmark-dev "$@")
 
 is_installed() {
     dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q "install ok installed"

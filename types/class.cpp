@@ -61,6 +61,7 @@ stoClass::stoClass(stoSchema* schema, utString const& name, int size, BuildFn bu
       m_inherited_members(nullptr),
       m_mapper(mapper)
 {
+    m_is_class = 1;
     schema->add_basic(this, this);
 }
 
@@ -81,6 +82,7 @@ stoClass::stoClass()
       m_inherited_members(nullptr),
       m_mapper(nullptr)
 {
+    m_is_class = 1;
 }
 
 stoClass::~stoClass()
@@ -142,7 +144,16 @@ void const* stoClass::cast(stoType const& t, void const* p) const
 
 unsigned int stoClass::hash() const
 {
-    return sto_scramble(co_hash(stoSchemacoSetPtrcoPtr(m_schema)), 11) | co_hash(m_name);
+    if (m_hash_known)
+        return m_hash;
+    unsigned int h = sto_scramble(co_hash(stoSchemacoSetPtrcoPtr(m_schema)), 11) | co_hash(m_name);
+    // A class rebuilt from a file gets its name and schema after it is made,
+    // so only classes of saved schemas keep their hash.
+    if (m_schema && m_schema->in_memory()) {
+        m_hash = h;
+        m_hash_known = 1;
+    }
+    return h;
 }
 
 void const* stoClass::static_cast_up(stoClass const* cls, void const* p) const

@@ -215,6 +215,10 @@ protected:
     mutable int m_n_indirect_members;
     mutable stoMemberInstance* m_inherited_members;
     stoMapper const* m_mapper;
+    // The hash of a class of an in-memory schema, computed once: tables keyed
+    // by live objects hash their class on every look-up.
+    mutable unsigned int m_hash = 0;
+    mutable int m_hash_known = 0;
 };
 STO_DECLARE_CLASS(stoClass)
 

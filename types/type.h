@@ -39,6 +39,8 @@ public:
 
     stoTypeHandle handle() const { return m_handle; }
     int operator!=(stoType const& other) const { return !(*this == other); }
+    // Whether this is a class (objects of classes are what pointers reach).
+    int is_class() const { return m_is_class; }
 
 protected:
     friend unsigned int co_hash(stoType const& type);
@@ -48,6 +50,7 @@ protected:
     virtual unsigned int hash() const = 0;
 
     stoTypeHandle m_handle;
+    int m_is_class = 0;
 };
 STO_DECLARE_CLASS(stoType)
 

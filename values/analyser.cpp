@@ -36,6 +36,10 @@ stoValue* stoAnalyser::raw_to_value(stoRawPtr const& p)
 {
     if (!p.ptr() || p.type().is_null())
         return nullptr;
+    // Only objects of classes are registered, awaited or stubbed: values of
+    // other types are made afresh without any look-up.
+    if (!p.type()->is_class())
+        return p.type()->raw_to_value(this, p);
     if (stoValue* known = look_up_raw(p))
         return known;
     stoValue* value = nullptr;
@@ -50,6 +54,12 @@ stoValue* stoAnalyser::raw_to_value(stoRawPtr const& p)
 
 void stoAnalyser::register_new_value(stoValue const* value, stoRawPtr const& p)
 {
+    // Only objects and stubs can be reached a second time (pointers point at
+    // objects); the members, arrays and pointer fields inside an object are
+    // reached through it alone, so keeping them out of the table changes no
+    // result and saves most of its entries.
+    if (!value->is_object() && !value->is_stub())
+        return;
     stoTypeHandle const& type = value->type_ref();
     m_values[stoRawPtr(type, p.ptr(), type.is_null() ? 0 : type->size())] = const_cast<stoValue*>(value);
 }
@@ -127,6 +137,8 @@ stoPtrValue* stoAnalyser::dangle(stoRawPtr const& p)
 void stoAnalyser::undangle(stoRawPtr const& p, stoValue* value)
 {
     stoAnalyser* o = outer();
+    if (o->m_dangling.is_empty())
+        return;
     std::unique_ptr<stoRawPtrstoValuecoDList>* waiting = o->m_dangling.find(p);
     if (!waiting)
         return;
@@ -202,12 +214,12 @@ void stoAnalyser::destroy_stubs()
                 if (stoValue const* id = static_cast<stoStub*>(stub)->id())
                     id->participants(gone);
             }
-            for (auto it = a->m_values.begin(); it != a->m_values.end();) {
-                if (gone.contains(it->second))
-                    it = a->m_values.erase(it);
-                else
-                    ++it;
-            }
+            std::vector<stoRawPtr> keys;
+            for (auto const& entry : a->m_values)
+                if (gone.contains(entry.second))
+                    keys.push_back(entry.first);
+            for (stoRawPtr const& key : keys)
+                a->m_values.remove(key);
             for (stoValue* stub : a->m_stubs)
                 delete stub;
             a->m_stubs.clear();

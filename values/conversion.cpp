@@ -22,6 +22,14 @@
 
 namespace {
 
+// The store's value classes are tagged with their kind, which is cheaper to
+// test than a dynamic cast in loops that meet every value.
+template <class V>
+V const* as(stoValue const* v, stoValue::Kind kind)
+{
+    return v && v->kind() == kind ? static_cast<V const*>(v) : nullptr;
+}
+
 template <class V>
 stoValue* registered(stoAnalyser* analyser, V* value, stoRawPtr const& p)
 {
@@ -44,7 +52,7 @@ stoValue* stoIntType::raw_to_value(stoAnalyser* analyser, stoRawPtr const& p) co
 
 void stoIntType::value_to_raw(stoSynthesiser*, stoValue const* value, stoRWRawPtr const& p) const
 {
-    if (stoIntValue const* v = dynamic_cast<stoIntValue const*>(value))
+    if (stoIntValue const* v = as<stoIntValue>(value, stoValue::kIntKind))
         int_to_raw(v->value64(), p);
 }
 
@@ -55,7 +63,7 @@ stoValue* stoDoubleType::raw_to_value(stoAnalyser* analyser, stoRawPtr const& p)
 
 void stoDoubleType::value_to_raw(stoSynthesiser*, stoValue const* value, stoRWRawPtr const& p) const
 {
-    if (stoDoubleValue const* v = dynamic_cast<stoDoubleValue const*>(value))
+    if (stoDoubleValue const* v = as<stoDoubleValue>(value, stoValue::kDoubleKind))
         double_to_raw(v->value(), p);
 }
 
@@ -71,7 +79,7 @@ void stoStringType::value_to_raw(stoSynthesiser*, stoValue const* value, stoRWRa
         *target = utString("");
         return;
     }
-    if (stoStringValue const* v = dynamic_cast<stoStringValue const*>(value))
+    if (stoStringValue const* v = as<stoStringValue>(value, stoValue::kStringKind))
         *target = v->value_ref();
 }
 
@@ -82,7 +90,7 @@ stoValue* stoByteArrayType::raw_to_value(stoAnalyser* analyser, stoRawPtr const&
 
 void stoByteArrayType::value_to_raw(stoSynthesiser*, stoValue const* value, stoRWRawPtr const& p) const
 {
-    if (stoByteArrayValue const* v = dynamic_cast<stoByteArrayValue const*>(value))
+    if (stoByteArrayValue const* v = as<stoByteArrayValue>(value, stoValue::kByteArrayKind))
         *static_cast<stoByteArray*>(p.write_ptr()) = v->value();
 }
 
@@ -114,7 +122,7 @@ stoValue* stoStandardMapper::raw_to_value(stoAnalyser* analyser, stoRawPtr const
 
 void stoStandardMapper::value_to_raw(stoSynthesiser* synthesiser, stoValue const* value, stoRWRawPtr const& p) const
 {
-    stoObject const* object = dynamic_cast<stoObject const*>(value);
+    stoObject const* object = as<stoObject>(value, stoValue::kObjectKind);
     stoClass const* cls = static_cast<stoClass const*>(p.type().type());
     // The live object's class is the value's class; anything else would
     // write one class's members into another's memory.
@@ -166,7 +174,7 @@ stoValue* stoClassMapper::raw_to_value(stoAnalyser* analyser, stoRawPtr const& p
 
 void stoClassMapper::value_to_raw(stoSynthesiser* synthesiser, stoValue const* value, stoRWRawPtr const& p) const
 {
-    stoObject const* object = dynamic_cast<stoObject const*>(value);
+    stoObject const* object = as<stoObject>(value, stoValue::kObjectKind);
     stoClass const* opaque = static_cast<stoClass const*>(p.type().type());
     if (!object)
         return;
@@ -243,15 +251,15 @@ stoValue* stoContainerMapper::raw_to_value(stoAnalyser* analyser, stoRawPtr cons
 
 void stoContainerMapper::value_to_raw(stoSynthesiser* synthesiser, stoValue const* value, stoRWRawPtr const& p) const
 {
-    stoObject const* object = dynamic_cast<stoObject const*>(value);
+    stoObject const* object = as<stoObject>(value, stoValue::kObjectKind);
     stoClass const* cls = static_cast<stoClass const*>(p.type().type());
     if (!object)
         return;
     ContainerMembers members = container_members(cls);
     if (members.size.invalid() || members.array.invalid() || members.element_type.is_null())
         return;
-    stoIntValue const* count = dynamic_cast<stoIntValue const*>(object->member(members.size));
-    stoArrayValue const* array = dynamic_cast<stoArrayValue const*>(object->member(members.array));
+    stoIntValue const* count = as<stoIntValue>(object->member(members.size), stoValue::kIntKind);
+    stoArrayValue const* array = as<stoArrayValue>(object->member(members.array), stoValue::kArrayKind);
     if (!count || !array)
         return;
     // A count beyond the elements present would grow the container for nothing.
@@ -281,7 +289,7 @@ stoValue* stoFixedArrayType::raw_to_value(stoAnalyser* analyser, stoRawPtr const
 
 void stoFixedArrayType::value_to_raw(stoSynthesiser* synthesiser, stoValue const* value, stoRWRawPtr const& p) const
 {
-    stoArrayValue const* array = dynamic_cast<stoArrayValue const*>(value);
+    stoArrayValue const* array = as<stoArrayValue>(value, stoValue::kArrayKind);
     if (!array)
         return;
     int element_size = m_type->size();
@@ -311,7 +319,7 @@ stoValue* stoVariableArrayType::raw_to_value(stoAnalyser* analyser, stoRawPtr co
 
 void stoVariableArrayType::value_to_raw(stoSynthesiser* synthesiser, stoValue const* value, stoRWRawPtr const& p) const
 {
-    stoArrayValue const* array = dynamic_cast<stoArrayValue const*>(value);
+    stoArrayValue const* array = as<stoArrayValue>(value, stoValue::kArrayKind);
     if (!array)
         return;
     int n = array->number_of_elements();
@@ -335,7 +343,7 @@ stoValue* stoPtrType::raw_to_value(stoAnalyser* analyser, stoRawPtr const& p) co
 
 void stoPtrType::value_to_raw(stoSynthesiser* synthesiser, stoValue const* value, stoRWRawPtr const& p) const
 {
-    stoPtrValue const* pointer = dynamic_cast<stoPtrValue const*>(value);
+    stoPtrValue const* pointer = value && value->is_pointer() ? static_cast<stoPtrValue const*>(value) : nullptr;
     if (pointer || !value)
         synthesiser->handle_smart_pointer(pointer, p);
 }

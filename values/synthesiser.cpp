@@ -6,6 +6,7 @@
 #include "values/pointer_types.h"
 #include "values/value.h"
 
+
 // -------------------------------------------------------- stoSynthesiseFake
 
 stoSynthesiseFake::stoSynthesiseFake(stoClassMapper const* mapper, stoObjectPtr const& real)
@@ -81,8 +82,11 @@ void stoSynthesiser::value_to_raw(stoValue const* value, stoRWRawPtr const& p)
 {
     if (!value || !p.write_ptr() || p.type().is_null())
         return;
-    m_objects[value] = p.write_ptr();
-    if (std::unique_ptr<coDList<stoRWRawPtr>>* waiting = m_pending.find(value)) {
+    // Only objects are pointed at; other values need no address of their own.
+    bool object = value->is_object();
+    if (object)
+        m_objects[value] = p.write_ptr();
+    if (std::unique_ptr<coDList<stoRWRawPtr>>* waiting = object ? m_pending.find(value) : nullptr) {
         std::unique_ptr<coDList<stoRWRawPtr>> fields = std::move(*waiting);
         m_pending.remove(value);
         for (stoRWRawPtr const& field : *fields) {
@@ -91,8 +95,8 @@ void stoSynthesiser::value_to_raw(stoValue const* value, stoRWRawPtr const& p)
             type->point_at_object(field.write_ptr(), const_cast<void*>(cast));
         }
     }
-    if (stoStub const* stub = dynamic_cast<stoStub const*>(value)) {
-        handle_stub(stub, p);
+    if (value->is_stub()) {
+        handle_stub(static_cast<stoStub const*>(value), p);
         return;
     }
     p.type()->value_to_raw(this, value, p);
@@ -108,8 +112,8 @@ void stoSynthesiser::handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr 
         type->point_at_object(field.write_ptr(), nullptr);
         return;
     }
-    if (stoStub const* stub = dynamic_cast<stoStub const*>(target)) {
-        look_up_stub(field, stub);
+    if (target->is_stub()) {
+        look_up_stub(field, static_cast<stoStub const*>(target));
         return;
     }
     stoClass const* meta = type->sto_dynamic_class();

@@ -7,6 +7,7 @@
 #include "values/mapper.h"
 #include "values/visitors.h"
 
+#include <cstring>
 #include <limits>
 #include <new>
 
@@ -20,8 +21,14 @@ void stoValue::operator delete(void* p) { sto_value_deallocate(s_sto_pool, p); }
 
 namespace {
 
-// Slot arrays are zeroed: every slot starts empty.
-stoValue** make_slots(int n) { return new stoValue*[static_cast<std::size_t>(n > 0 ? n : 1)](); }
+// Slot arrays come from the value allocator too, so that a pooled graph
+// keeps its slots in its blocks; they start empty.
+stoValue** make_slots(int n)
+{
+    std::size_t count = static_cast<std::size_t>(n > 0 ? n : 1);
+    void* memory = sto_value_allocate(stoValue::sto_memory_pool(), count * sizeof(stoValue*));
+    return static_cast<stoValue**>(std::memset(memory, 0, count * sizeof(stoValue*)));
+}
 
 void delete_slots(stoValue** slots, int n)
 {
@@ -29,7 +36,7 @@ void delete_slots(stoValue** slots, int n)
         return;
     for (int i = 0; i < n; ++i)
         delete slots[i];
-    delete[] slots;
+    sto_value_deallocate(stoValue::sto_memory_pool(), slots);
 }
 
 void add_children(stoValue const* self, stoValue* const* slots, int n, stoValuePtrcoSet& set)
@@ -69,6 +76,7 @@ void stoByteArrayValue::participants(stoValuePtrcoSet& set) const { set.add(this
 stoObject::stoObject(stoClass const* cls)
     : stoValue(cls->handle()), m_class(cls), m_member_values(make_slots(cls->number_of_inherited_members()))
 {
+    m_kind = kObjectKind;
 }
 
 stoObject::~stoObject() { delete_slots(m_member_values, number_of_children()); }
@@ -104,6 +112,7 @@ int stoObject::inherited_members(void const* p)
 stoArrayValue::stoArrayValue(stoTypeHandle const& type, int n)
     : stoValue(type), m_n_elements(n > 0 ? n : 0), m_array(make_slots(n))
 {
+    m_kind = kArrayKind;
 }
 
 stoArrayValue::~stoArrayValue() { delete_slots(m_array, m_n_elements); }
@@ -122,6 +131,7 @@ stoValue* stoArrayValue::release_element(int i)
 stoMappedValue::stoMappedValue(stoTypeHandle const& type, stoMapper const* mapper, int n)
     : stoValue(type), m_mapper(mapper), m_n_elements(n > 0 ? n : 0), m_array(make_slots(n))
 {
+    m_kind = kMappedKind;
 }
 
 stoMappedValue::~stoMappedValue() { delete_slots(m_array, m_n_elements); }

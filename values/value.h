@@ -42,6 +42,26 @@ public:
 
     stoTypeHandle type() const { return m_type; }
     stoTypeHandle const& type_ref() const { return m_type; }
+    // Cheap kind tests for the conversion loops, which meet every value.
+    enum Kind : unsigned char {
+        kOtherKind,
+        kIntKind,
+        kDoubleKind,
+        kStringKind,
+        kByteArrayKind,
+        kObjectKind,
+        kArrayKind,
+        kMappedKind,
+        kStubKind,
+        kPtrKind,
+        kPrgKind,
+        kPrfKind,
+        kTypeHandleKind
+    };
+    Kind kind() const { return m_kind; }
+    int is_object() const { return m_kind == kObjectKind; }
+    int is_stub() const { return m_kind == kStubKind; }
+    int is_pointer() const { return m_kind >= kPtrKind; }
 
     static void* operator new(std::size_t size);
     static void operator delete(void* p);
@@ -55,6 +75,7 @@ protected:
     stoValue& operator=(stoValue const&) = delete;
 
     stoTypeHandle m_type;
+    Kind m_kind = kOtherKind;
     static stoMemoryPool* s_sto_pool;
 };
 STO_DECLARE_CLASS(stoValue)
@@ -64,8 +85,8 @@ enum stoIntValue64 { stoIntValue64Tag };
 class stoIntValue : public stoValue {
     STO_PERSISTENT(stoIntValue)
 public:
-    explicit stoIntValue(int v) : stoValue(sto_type_int()), m_value(v) {}
-    stoIntValue(stoIntValue64, long long v) : stoValue(sto_type_int()), m_value(v) {}
+    explicit stoIntValue(int v) : stoValue(sto_type_int()), m_value(v) { m_kind = kIntKind; }
+    stoIntValue(stoIntValue64, long long v) : stoValue(sto_type_int()), m_value(v) { m_kind = kIntKind; }
     int process(stoProcessValue* p) const override;
     void participants(stoValuePtrcoSet& set) const override;
 
@@ -74,7 +95,7 @@ public:
     int value() const;
 
 protected:
-    stoIntValue() : m_value(0) {}
+    stoIntValue() : m_value(0) { m_kind = kIntKind; }
     long long m_value;
 };
 STO_DECLARE_CLASS(stoIntValue)
@@ -82,13 +103,13 @@ STO_DECLARE_CLASS(stoIntValue)
 class stoDoubleValue : public stoValue {
     STO_PERSISTENT(stoDoubleValue)
 public:
-    explicit stoDoubleValue(double v) : stoValue(sto_type_double()), m_value(v) {}
+    explicit stoDoubleValue(double v) : stoValue(sto_type_double()), m_value(v) { m_kind = kDoubleKind; }
     int process(stoProcessValue* p) const override;
     void participants(stoValuePtrcoSet& set) const override;
     double value() const { return m_value; }
 
 protected:
-    stoDoubleValue() : m_value(0) {}
+    stoDoubleValue() : m_value(0) { m_kind = kDoubleKind; }
     double m_value;
 };
 STO_DECLARE_CLASS(stoDoubleValue)
@@ -96,14 +117,14 @@ STO_DECLARE_CLASS(stoDoubleValue)
 class stoStringValue : public stoValue {
     STO_PERSISTENT(stoStringValue)
 public:
-    explicit stoStringValue(utString const& v) : stoValue(sto_type_utString()), m_value(v) {}
+    explicit stoStringValue(utString const& v) : stoValue(sto_type_utString()), m_value(v) { m_kind = kStringKind; }
     int process(stoProcessValue* p) const override;
     void participants(stoValuePtrcoSet& set) const override;
     utString value() const { return m_value; }
     utString const& value_ref() const { return m_value; }
 
 protected:
-    stoStringValue() = default;
+    stoStringValue() { m_kind = kStringKind; }
     utString m_value;
 };
 STO_DECLARE_CLASS(stoStringValue)
@@ -111,13 +132,16 @@ STO_DECLARE_CLASS(stoStringValue)
 class stoByteArrayValue : public stoValue {
     STO_PERSISTENT(stoByteArrayValue)
 public:
-    explicit stoByteArrayValue(stoByteArray const& v) : stoValue(sto_type_stoByteArray()), m_value(v) {}
+    explicit stoByteArrayValue(stoByteArray const& v) : stoValue(sto_type_stoByteArray()), m_value(v)
+    {
+        m_kind = kByteArrayKind;
+    }
     int process(stoProcessValue* p) const override;
     void participants(stoValuePtrcoSet& set) const override;
     stoByteArray const& value() const { return m_value; }
 
 protected:
-    stoByteArrayValue() = default;
+    stoByteArrayValue() { m_kind = kByteArrayKind; }
     stoByteArray m_value;
 };
 STO_DECLARE_CLASS(stoByteArrayValue)
@@ -146,7 +170,7 @@ public:
     static int inherited_members(void const* p);
 
 protected:
-    stoObject() : m_class(nullptr), m_member_values(nullptr) {}
+    stoObject() : m_class(nullptr), m_member_values(nullptr) { m_kind = kObjectKind; }
     stoClass const* m_class;
     stoValue** m_member_values;
 };
@@ -170,7 +194,7 @@ public:
     stoValue* release_element(int i);
 
 protected:
-    stoArrayValue() : m_n_elements(0), m_array(nullptr) {}
+    stoArrayValue() : m_n_elements(0), m_array(nullptr) { m_kind = kArrayKind; }
     int m_n_elements;
     stoValue** m_array;
 };
@@ -193,7 +217,7 @@ public:
     void set_element(int i, stoValue* v) { m_array[i] = v; }
 
 protected:
-    stoMappedValue() : m_mapper(nullptr), m_n_elements(0), m_array(nullptr) {}
+    stoMappedValue() : m_mapper(nullptr), m_n_elements(0), m_array(nullptr) { m_kind = kMappedKind; }
     stoMapper const* m_mapper;
     int m_n_elements;
     stoValue** m_array;
@@ -206,7 +230,10 @@ class stoStub : public stoValue {
     STO_PERSISTENT(stoStub)
 public:
     stoStub(stoTypeHandle const& type, stoValue const* parent, stoValue* id)
-        : stoValue(type), m_parent(parent), m_id(id) {}
+        : stoValue(type), m_parent(parent), m_id(id)
+    {
+        m_kind = kStubKind;
+    }
     ~stoStub() override;
     int process(stoProcessValue* p) const override;
     void participants(stoValuePtrcoSet& set) const override;
@@ -223,7 +250,7 @@ public:
     }
 
 protected:
-    stoStub() : m_parent(nullptr), m_id(nullptr) {}
+    stoStub() : m_parent(nullptr), m_id(nullptr) { m_kind = kStubKind; }
     stoValue const* m_parent;
     stoValue* m_id;
 };
@@ -234,7 +261,10 @@ using stoValuecoPrf = coPrf<stoValue>;
 class stoPtrValue : public stoValue {
     STO_PERSISTENT(stoPtrValue)
 public:
-    stoPtrValue(stoTypeHandle const& type, stoValue const* pointee) : stoValue(type), m_value(pointee) {}
+    stoPtrValue(stoTypeHandle const& type, stoValue const* pointee) : stoValue(type), m_value(pointee)
+    {
+        m_kind = kPtrKind;
+    }
     int process(stoProcessValue* p) const override;
     void participants(stoValuePtrcoSet& set) const override;
     int number_of_children() const override { return 1; }
@@ -247,7 +277,7 @@ public:
     stoValue const* pointee() const { return m_value; }
 
 protected:
-    stoPtrValue() : m_value(nullptr) {}
+    stoPtrValue() : m_value(nullptr) { m_kind = kPtrKind; }
     stoValue const* m_value;
 };
 STO_DECLARE_CLASS(stoPtrValue)
@@ -256,7 +286,10 @@ class stoPrgValue : public stoPtrValue {
     STO_PERSISTENT(stoPrgValue)
 public:
     // Takes ownership of the pointee.
-    stoPrgValue(stoTypeHandle const& type, stoValue* pointee) : stoPtrValue(type, pointee), m_value(pointee) {}
+    stoPrgValue(stoTypeHandle const& type, stoValue* pointee) : stoPtrValue(type, pointee), m_value(pointee)
+    {
+        m_kind = kPrgKind;
+    }
     int process(stoProcessValue* p) const override;
     void set_pointee(stoValue* v) override;
     // An owning pointer cannot share: nothing happens.
@@ -265,7 +298,7 @@ public:
     stoValue* release_pointee();
 
 protected:
-    stoPrgValue() = default;
+    stoPrgValue() { m_kind = kPrgKind; }
     coPrg<stoValue> m_value;
 };
 STO_DECLARE_CLASS(stoPrgValue)
@@ -274,7 +307,10 @@ class stoPrfValue : public stoPtrValue {
     STO_PERSISTENT(stoPrfValue)
 public:
     stoPrfValue(stoTypeHandle const& type, stoValuecoPrf const& pointee)
-        : stoPtrValue(type, pointee.get()), m_value(pointee) {}
+        : stoPtrValue(type, pointee.get()), m_value(pointee)
+    {
+        m_kind = kPrfKind;
+    }
     int process(stoProcessValue* p) const override;
     // Starts a count of its own for v.
     void set_pointee(stoValue* v) override;
@@ -289,7 +325,7 @@ public:
     }
 
 protected:
-    stoPrfValue() = default;
+    stoPrfValue() { m_kind = kPrfKind; }
     stoValuecoPrf m_value;
 };
 STO_DECLARE_CLASS(stoPrfValue)
@@ -297,12 +333,15 @@ STO_DECLARE_CLASS(stoPrfValue)
 class stoTypeHandleValue : public stoPtrValue {
     STO_PERSISTENT(stoTypeHandleValue)
 public:
-    stoTypeHandleValue(stoTypeHandle const& type, stoValue const* pointee) : stoPtrValue(type, pointee) {}
+    stoTypeHandleValue(stoTypeHandle const& type, stoValue const* pointee) : stoPtrValue(type, pointee)
+    {
+        m_kind = kTypeHandleKind;
+    }
     int process(stoProcessValue* p) const override;
     void become_clone(stoPtrValue const* other) override;
 
 protected:
-    stoTypeHandleValue() = default;
+    stoTypeHandleValue() { m_kind = kTypeHandleKind; }
 };
 STO_DECLARE_CLASS(stoTypeHandleValue)
 
