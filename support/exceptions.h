@@ -31,6 +31,13 @@ public:                                                                         
     int ut_is_kind_of(const utTypeID& id) const override;                       \
     static X* ut_dynamic_cast(const stoException* e);
 
+// An abstract class of the tree: the kind-test members, with explanation()
+// restated as pure. These classes only group failures for catch sites; the
+// text belongs to the classes that name what actually went wrong.
+#define STO_EXCEPTION_ABSTRACT(X)                                               \
+    STO_EXCEPTION_KIND(X)                                                       \
+    utString explanation() const override = 0;
+
 class stoException {
 public:
     static const utTypeID s_ut_type_id;
@@ -54,27 +61,27 @@ using stoExceptioncoPrf = coPrf<stoException>;
 // ------------------------------------------------------ the abstract classes
 
 class stoCPPToFileException : public stoException {
-    STO_EXCEPTION_KIND(stoCPPToFileException)
+    STO_EXCEPTION_ABSTRACT(stoCPPToFileException)
 };
 
 class stoFileWriteFailureException : public stoCPPToFileException {
-    STO_EXCEPTION_KIND(stoFileWriteFailureException)
+    STO_EXCEPTION_ABSTRACT(stoFileWriteFailureException)
 };
 
 class stoFileToCPPException : public stoException {
-    STO_EXCEPTION_KIND(stoFileToCPPException)
+    STO_EXCEPTION_ABSTRACT(stoFileToCPPException)
 };
 
 class stoFileReadFailureException : public stoFileToCPPException {
-    STO_EXCEPTION_KIND(stoFileReadFailureException)
+    STO_EXCEPTION_ABSTRACT(stoFileReadFailureException)
 };
 
 class stoSynthesiserException : public stoFileToCPPException {
-    STO_EXCEPTION_KIND(stoSynthesiserException)
+    STO_EXCEPTION_ABSTRACT(stoSynthesiserException)
 };
 
 class stoMigrationFailureException : public stoFileToCPPException {
-    STO_EXCEPTION_KIND(stoMigrationFailureException)
+    STO_EXCEPTION_ABSTRACT(stoMigrationFailureException)
 };
 
 // ------------------------------------------------------ the concrete classes
