@@ -80,6 +80,14 @@ void stoTypeSynthesiser::look_up_stub(stoRWRawPtr const& slot, stoStub const* st
     };
 
     utString const* name = id.type() == sto_type_utString() ? static_cast<utString const*>(id.ptr()) : nullptr;
+    // Classes, basic types and mappers are named within their schema, the
+    // stub's parent.
+    auto parent_schema = [&]() -> stoSchema* {
+        stoSchema* schema = nullptr;
+        if (parent)
+            find_stub(sto_type_stoSchema(), &schema, parent);
+        return name ? schema : nullptr;
+    };
 
     if (target->is_compatible_with(sto_type_stoSystem())) {
         write(sto_system(), stoTypeHandle());
@@ -96,10 +104,8 @@ void stoTypeSynthesiser::look_up_stub(stoRWRawPtr const& slot, stoStub const* st
         write(const_cast<stoSchema*>(schema), stoTypeHandle());
     } else if (target->is_compatible_with(sto_type_stoClass()) || target->is_compatible_with(sto_type_stoBasic())) {
         int is_class = target->is_compatible_with(sto_type_stoClass());
-        stoSchema* schema = nullptr;
-        if (parent)
-            find_stub(sto_type_stoSchema(), &schema, parent);
-        if (!schema || !name)
+        stoSchema* schema = parent_schema();
+        if (!schema)
             return;
         stoSchemaObject const* found = schema->look_up_object(*name);
         stoObjectPtr fo = found ? found->sto_object() : stoObjectPtr();
@@ -116,10 +122,8 @@ void stoTypeSynthesiser::look_up_stub(stoRWRawPtr const& slot, stoStub const* st
                 write(const_cast<stoBasic*>(basic), basic->handle());
         }
     } else if (target->is_compatible_with(sto_type_stoMapper())) {
-        stoSchema* schema = nullptr;
-        if (parent)
-            find_stub(sto_type_stoSchema(), &schema, parent);
-        if (!schema || !name)
+        stoSchema* schema = parent_schema();
+        if (!schema)
             return;
         stoSchemaObject const* found = schema->look_up_object(*name);
         if (!found) {
