@@ -1,0 +1,719 @@
+// String encoders: the decoding of string literals (escapes, chunks, hostile
+// and truncated input, which must never be read past its end), the UTF-8
+// scanner and validity test, the Latin-1 fallback, the three string encoders
+// over the platform's encodings and over fakes that count their calls, and
+// the factory's defaults.
+#include "support/encoders.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <string_view>
+#include <typeinfo>
+
+namespace {
+
+// The outcome of decoding one literal held in a heap block of exactly its
+// size, so that the sanitizers catch any read at or past the end.
+struct Decoded {
+    int ok;
+    utString out;
+    std::ptrdiff_t consumed;
+};
+
+Decoded decode_with(const stoEncoder& encoder, std::string_view input)
+{
+    std::unique_ptr<char[]> block(new char[input.size() ? input.size() : 1]);
+    if (!input.empty())
+        std::memcpy(block.get(), input.data(), input.size());
+    const char* cursor = block.get();
+    const char* end = block.get() + input.size();
+    Decoded d;
+    d.out = utString("unchanged");
+    d.ok = encoder.encode_string(cursor, end, d.out);
+    d.consumed = cursor - block.get();
+    EXPECT_GE(d.consumed, 0);
+    EXPECT_LE(cursor, end);
+    return d;
+}
+
+Decoded decode(std::string_view input)
+{
+    return decode_with(stoNullEncoder(), input);
+}
+
+// How a writer escapes bytes in a literal: printable ASCII as itself except
+// quote and backslash, everything else as \x and two upper-case digits.
+std::string escape(std::string_view bytes)
+{
+    static const char digits[] = "0123456789ABCDEF";
+    std::string out = "\"";
+    for (char ch : bytes) {
+        unsigned char b = static_cast<unsigned char>(ch);
+        if (b == '"' || b == '\\') {
+            out += '\\';
+            out += ch;
+        } else if (b >= 0x20 && b <= 0x7E) {
+            out += ch;
+        } else {
+            out += "\\x";
+            out += digits[b >> 4];
+            out += digits[b & 15];
+        }
+    }
+    return out + "\"";
+}
+
+std::string hex(const utString& s)
+{
+    std::string out;
+    char buf[4];
+    for (unsigned char b : s.view()) {
+        std::snprintf(buf, sizeof buf, "%02X", b);
+        out += buf;
+    }
+    return out;
+}
+
+// A code page that records its calls and can be told to fail.
+class CountingEncoding : public veIStringEncoding {
+public:
+    mutable int decodes = 0;
+    mutable int encodes = 0;
+    bool fail_decode = false;
+    bool fail_encode = false;
+
+    veString decode(const char* text, int& failure) const override
+    {
+        ++decodes;
+        veString s = veStringEncodingChooser::mb_encoding()->decode(text, failure);
+        if (fail_decode)
+            failure = 1;
+        return s;
+    }
+    utString encode(const veString& text, int& failure) const override
+    {
+        ++encodes;
+        utString s = veStringEncodingChooser::mb_encoding()->encode(text, failure);
+        if (fail_encode)
+            failure = 1;
+        return s;
+    }
+    const char* name() const override { return "counting"; }
+};
+
+// A string encoder that tags what it was asked to do.
+class TaggingStringEncoder : public stoIStringEncoder {
+public:
+    mutable int utf8_calls = 0;
+    mutable int other_calls = 0;
+    utString utf8_to_local(const utString& s) const override
+    {
+        ++utf8_calls;
+        return utString("utf8:") + s;
+    }
+    utString non_utf8_to_local(const utString& s) const override
+    {
+        ++other_calls;
+        return utString("other:") + s;
+    }
+};
+
+class AnsiProbe : public stoAnsiStringEncoder {
+public:
+    using stoAnsiStringEncoder::is_ascii;
+    using stoAnsiStringEncoder::stoAnsiStringEncoder;
+};
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// stoNullEncoder: literals
+// ---------------------------------------------------------------------------
+
+TEST(EncodersLiteral, AtSignIsTheNullStringAndQuotesMakeEmptyOne)
+{
+    Decoded at = decode("@,rest");
+    EXPECT_EQ(at.ok, 1);
+    EXPECT_TRUE(at.out.is_null());
+    EXPECT_EQ(at.consumed, 1);
+
+    Decoded lone_at = decode("@");
+    EXPECT_EQ(lone_at.ok, 1);
+    EXPECT_TRUE(lone_at.out.is_null());
+
+    Decoded empty = decode("\"\"");
+    EXPECT_EQ(empty.ok, 1);
+    EXPECT_FALSE(empty.out.is_null());
+    EXPECT_EQ(empty.out.length(), 0);
+    EXPECT_EQ(empty.consumed, 2);
+}
+
+TEST(EncodersLiteral, PlainTextStopsAfterTheClosingQuote)
+{
+    Decoded d = decode("\"abc def\",\"next\"");
+    EXPECT_EQ(d.ok, 1);
+    EXPECT_EQ(d.out.str(), "abc def");
+    EXPECT_EQ(d.consumed, 9);
+}
+
+TEST(EncodersLiteral, EscapesDecodeToTheirBytes)
+{
+    struct Case {
+        const char* literal;
+        std::string bytes;
+    };
+    const Case cases[] = {
+        {R"("\x41\"\\")", "A\"\\"},
+        {R"("\x4a")", "\x40"},      // a lower-case digit counts as 0
+        {R"("\xa4")", "\x04"},
+        {R"("\xG1")", "\x01"},
+        {R"("\q")", "q"},
+        {R"("\n")", "n"},           // no C escapes: just the letter
+        {R"("\x0A\x7F")", "\n\x7F"},
+        {R"("\xC3\xA9t")", "\xC3\xA9t"},
+        {R"("a\"b")", "a\"b"},
+        {R"("\\x41")", "\\x41"},    // an escaped backslash starts nothing
+        {R"("\x22")", "\""},
+        {R"("\x5C\x41")", "\\A"},
+    };
+    for (const Case& c : cases) {
+        Decoded d = decode(c.literal);
+        EXPECT_EQ(d.ok, 1) << c.literal;
+        EXPECT_EQ(d.out.str(), c.bytes) << c.literal;
+        EXPECT_EQ(d.consumed, static_cast<std::ptrdiff_t>(std::strlen(c.literal))) << c.literal;
+    }
+}
+
+TEST(EncodersLiteral, HexDigitsMayBeQuotesOrBackslashes)
+{
+    // After \x the next two characters are digits whatever they are, so a
+    // quote there does not end the literal.
+    Decoded d = decode(R"("\x"")" "\"");
+    EXPECT_EQ(d.ok, 1);
+    EXPECT_EQ(d.out.length(), 0);  // the byte is 0, which ends its chunk's text
+    EXPECT_EQ(d.consumed, 6);
+}
+
+TEST(EncodersLiteral, LongLiteralsComeBackWholeAcrossChunks)
+{
+    for (int n : {79, 80, 81, 159, 160, 161, 200, 1000}) {
+        std::string text;
+        for (int i = 0; i < n; ++i)
+            text += static_cast<char>('a' + i % 26);
+        Decoded d = decode("\"" + text + "\"");
+        EXPECT_EQ(d.ok, 1) << n;
+        EXPECT_EQ(d.out.str(), text) << n;
+    }
+    // Escapes that straddle a chunk boundary.
+    std::string text(79, 'x');
+    Decoded d = decode("\"" + text + "\\x41\\\"\\x42\"");
+    EXPECT_EQ(d.out.str(), text + "A\"B");
+}
+
+TEST(EncodersLiteral, AnEscapedZeroEndsTheTextOfItsChunk)
+{
+    EXPECT_EQ(decode(R"("ab\x00cd")").out.str(), "ab");
+    // 200 bytes with a zero at 10: the first chunk of 80 keeps 10, the other
+    // two keep their 80 and 40.
+    std::string text(200, 'z');
+    std::string literal = "\"" + text.substr(0, 10) + "\\x00" + text.substr(11) + "\"";
+    Decoded d = decode(literal);
+    EXPECT_EQ(d.ok, 1);
+    EXPECT_EQ(d.out.length(), 10 + 80 + 40);
+}
+
+TEST(EncodersLiteral, WriterEscapedBytesRoundTrip)
+{
+    std::mt19937 random(20240611);
+    for (int round = 0; round < 2000; ++round) {
+        std::string bytes(random() % 300, '\0');
+        for (char& b : bytes)
+            b = static_cast<char>(1 + random() % 255);  // no zero bytes in stored strings
+        std::string literal = escape(bytes) + "tail";
+        Decoded d = decode(literal);
+        ASSERT_EQ(d.ok, 1) << literal;
+        ASSERT_EQ(d.out.str(), bytes) << literal;
+        ASSERT_EQ(d.consumed, static_cast<std::ptrdiff_t>(literal.size() - 4));
+    }
+}
+
+TEST(EncodersLiteral, NothingToReadAnswersZeroWithoutMoving)
+{
+    stoNullEncoder encoder;
+    utString out("kept");
+    const char text[] = "\"abc\"";
+    const char* cursor = text;
+    EXPECT_EQ(encoder.encode_string(cursor, text, out), 0);  // cursor == end
+    EXPECT_EQ(cursor, text);
+    const char* after = text + 3;
+    cursor = after;
+    EXPECT_EQ(encoder.encode_string(cursor, text, out), 0);  // cursor past end
+    EXPECT_EQ(cursor, after);
+    const char* null_cursor = nullptr;
+    EXPECT_EQ(encoder.encode_string(null_cursor, text + 5, out), 0);
+    cursor = text;
+    EXPECT_EQ(encoder.encode_string(cursor, nullptr, out), 0);
+    EXPECT_EQ(cursor, text);
+    EXPECT_EQ(decode("").ok, 0);
+}
+
+TEST(EncodersLiteral, MalformedLiteralsAnswerZero)
+{
+    const char* cases[] = {
+        "abc",          // no opening quote
+        "'abc'",
+        " \"abc\"",     // a space is not a quote
+        "\"",           // nothing after the quote
+        "\"abc",        // no closing quote
+        "\"abc\\",      // trailing backslash
+        "\"abc\\\"",    // the only quote is escaped
+        "\"\\x",        // \x at the end
+        "\"\\x4",       // one digit only
+        "\"\\x4\"",     // the quote is taken as the second digit
+        "\"\\x41",      // both digits, no closing quote
+    };
+    for (const char* c : cases) {
+        Decoded d = decode(c);
+        EXPECT_EQ(d.ok, 0) << c;
+    }
+    // What was read is left in the result, and the cursor at the end.
+    Decoded d = decode("\"abc\\x41");
+    EXPECT_EQ(d.out.str(), "abcA");
+    EXPECT_EQ(d.consumed, 8);
+}
+
+TEST(EncodersLiteral, TheClosingQuoteMustLieBeforeTheEnd)
+{
+    // Every proper prefix of a literal lacks its closing quote.
+    const std::string literal = R"("a\x41\"\\\qz")";
+    for (std::size_t n = 0; n < literal.size(); ++n) {
+        Decoded d = decode(std::string_view(literal).substr(0, n));
+        EXPECT_EQ(d.ok, 0) << n;
+        EXPECT_EQ(d.consumed, static_cast<std::ptrdiff_t>(n)) << n;
+    }
+    EXPECT_EQ(decode(literal).ok, 1);
+}
+
+TEST(EncodersLiteral, RandomInputNeverReadsPastTheEnd)
+{
+    // Made of the characters that matter to the decoder, so that escapes,
+    // quotes and digits meet the end in every order.
+    const char alphabet[] = {'"', '\\', 'x', '4', 'A', '@', 'a', '\0', '\xE9'};
+    std::mt19937 random(7);
+    stoEncodeEitherToLocal local;
+    for (int round = 0; round < 20000; ++round) {
+        std::string input(random() % 12, '\0');
+        for (char& c : input)
+            c = alphabet[random() % sizeof alphabet];
+        if (random() % 2 && !input.empty())
+            input[0] = '"';
+        Decoded d = decode(input);
+        if (d.ok) {
+            EXPECT_GT(d.consumed, 0);
+        }
+        decode_with(local, input);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// stoEncodeEitherToLocal and stoEncodeEitherToANSI
+// ---------------------------------------------------------------------------
+
+TEST(EncodersEither, DefaultConvertsCodePageTextAndLeavesUtf8Alone)
+{
+    stoEncodeEitherToLocal local;
+    ASSERT_NE(local.string_encoder(), nullptr);
+    EXPECT_EQ(typeid(*local.string_encoder()), typeid(stoOrmidStringEncoder));
+
+    struct Case {
+        const char* literal;
+        const char* hex;
+    };
+    const Case cases[] = {
+        {R"("caf\xE9")", "636166C3A9"},           // Windows-1252 e-acute
+        {R"("\x80")", "E282AC"},                  // euro sign
+        {R"("\x9F")", "C5B8"},                    // Y with diaeresis
+        {R"("caf\xC3\xA9")", "636166C3A9"},       // already UTF-8
+        {R"("\xE2\x82\xAC")", "E282AC"},
+        {R"("\x81")", "C281"},                    // undefined: read as Latin-1
+        {R"("\x80\x81")", "C280C281"},            // one undefined byte: all Latin-1
+        {R"("\xED\xA0\x80")", "EDA080"},          // passes the UTF-8 test
+        {R"("\xC0\x80")", "C380E282AC"},          // overlong: code page text
+        {R"("plain")", "706C61696E"},
+    };
+    for (const Case& c : cases) {
+        Decoded d = decode_with(local, c.literal);
+        EXPECT_EQ(d.ok, 1) << c.literal;
+        EXPECT_EQ(hex(d.out), c.hex) << c.literal;
+    }
+}
+
+TEST(EncodersEither, NullEmptyAndFailuresPassThrough)
+{
+    stoEncodeEitherToLocal local;
+    Decoded at = decode_with(local, "@");
+    EXPECT_EQ(at.ok, 1);
+    EXPECT_TRUE(at.out.is_null());
+    Decoded empty = decode_with(local, "\"\"");
+    EXPECT_EQ(empty.ok, 1);
+    EXPECT_FALSE(empty.out.is_null());
+    EXPECT_EQ(empty.out.length(), 0);
+    EXPECT_EQ(decode_with(local, "\"abc").ok, 0);
+    EXPECT_EQ(decode_with(local, "x").ok, 0);
+    EXPECT_EQ(decode_with(local, "").ok, 0);
+}
+
+TEST(EncodersEither, GivenEncoderIsChosenByUtf8ValidityAndNotOwned)
+{
+    TaggingStringEncoder tagging;
+    {
+        stoEncodeEitherToLocal either(&tagging);
+        EXPECT_EQ(either.string_encoder(), &tagging);
+        EXPECT_EQ(decode_with(either, R"("ab")").out.str(), "utf8:ab");
+        EXPECT_EQ(decode_with(either, R"("\xC3\xA9")").out.str(), "utf8:\xC3\xA9");
+        EXPECT_EQ(decode_with(either, R"("\xE9")").out.str(), "other:\xE9");
+        EXPECT_EQ(decode_with(either, R"("\xF4\x90\x80\x80")").out.str(), "other:\xF4\x90\x80\x80");
+        // Empty and null strings are not converted at all.
+        EXPECT_EQ(decode_with(either, "\"\"").out.length(), 0);
+        EXPECT_TRUE(decode_with(either, "@").out.is_null());
+        EXPECT_EQ(decode_with(either, "\"ab").ok, 0);
+    }
+    EXPECT_EQ(tagging.utf8_calls, 2);
+    EXPECT_EQ(tagging.other_calls, 2);
+}
+
+TEST(EncodersEither, AnsiEncoderTurnsUtf8IntoTheCodePage)
+{
+    stoEncodeEitherToANSI ansi(nullptr);
+    ASSERT_NE(ansi.string_encoder(), nullptr);
+    ASSERT_EQ(typeid(*ansi.string_encoder()), typeid(stoAnsiStringEncoder));
+    EXPECT_EQ(static_cast<const stoAnsiStringEncoder*>(ansi.string_encoder())->local(),
+              veStringEncodingChooser::mb_encoding());
+
+    struct Case {
+        const char* literal;
+        const char* hex;
+    };
+    const Case cases[] = {
+        {R"("caf\xC3\xA9")", "636166E9"},         // UTF-8 to Windows-1252
+        {R"("\xE2\x82\xAC")", "80"},
+        {R"("caf\xE9")", "636166E9"},             // already code page
+        {R"("\xE4\xB8\xAD")", "E4B8AD"},          // not representable: unchanged
+        {R"("plain")", "706C61696E"},
+    };
+    for (const Case& c : cases) {
+        Decoded d = decode_with(ansi, c.literal);
+        EXPECT_EQ(d.ok, 1) << c.literal;
+        EXPECT_EQ(hex(d.out), c.hex) << c.literal;
+    }
+}
+
+TEST(EncodersEither, AnsiEncoderUsesTheGivenEncoding)
+{
+    CountingEncoding counting;
+    stoEncodeEitherToANSI ansi(&counting);
+    EXPECT_EQ(hex(decode_with(ansi, R"("\xC3\xA9")").out), "E9");
+    EXPECT_EQ(counting.encodes, 1);
+    EXPECT_EQ(decode_with(ansi, R"("abc")").out.str(), "abc");
+    EXPECT_EQ(counting.encodes, 1);
+    EXPECT_EQ(counting.decodes, 0);
+}
+
+// ---------------------------------------------------------------------------
+// String encoders
+// ---------------------------------------------------------------------------
+
+TEST(EncodersStrings, OrmidDecodesTheSourceOrFallsBackToLatin1)
+{
+    stoOrmidStringEncoder ormid(veStringEncodingChooser::mb_encoding());
+    utString utf8("\xC3\xA9");
+    utString same = ormid.utf8_to_local(utf8);
+    EXPECT_EQ(same.share_count(), 2);  // the very same buffer
+    EXPECT_EQ(hex(ormid.non_utf8_to_local(utString("\xE9t\x80"))), "C3A974E282AC");
+    for (unsigned char b : {0x81, 0x8D, 0x8F, 0x90, 0x9D}) {
+        char text[2] = {static_cast<char>(b), 0};
+        utString out = ormid.non_utf8_to_local(utString(text));
+        EXPECT_EQ(out.length(), 2) << int(b);
+        EXPECT_EQ(static_cast<unsigned char>(out[0]), 0xC2) << int(b);
+        EXPECT_EQ(static_cast<unsigned char>(out[1]), b) << int(b);
+    }
+    utString arg("\xE9");
+    ormid.non_utf8_to_local(arg);
+    EXPECT_EQ(hex(arg), "E9");  // the argument never changes
+}
+
+TEST(EncodersStrings, AnsiLeavesAsciiToItselfWithoutThePlatform)
+{
+    CountingEncoding counting;
+    AnsiProbe ansi(&counting);
+    utString ascii("plain text ~");
+    utString out = ansi.utf8_to_local(ascii);
+    EXPECT_TRUE(out == ascii);
+    EXPECT_EQ(out.share_count(), 2);
+    EXPECT_EQ(counting.encodes + counting.decodes, 0);
+
+    EXPECT_EQ(ansi.is_ascii(""), 1);
+    EXPECT_EQ(ansi.is_ascii(nullptr), 1);
+    EXPECT_EQ(ansi.is_ascii("\x7F"), 1);
+    EXPECT_EQ(ansi.is_ascii("abc\x80"), 0);
+
+    EXPECT_EQ(hex(ansi.utf8_to_local(utString("\xC5\xB8"))), "9F");
+    EXPECT_EQ(counting.encodes, 1);
+    counting.fail_encode = true;
+    EXPECT_EQ(hex(ansi.utf8_to_local(utString("\xC5\xB8"))), "C5B8");  // failure: unchanged
+
+    utString other("\xE9");
+    EXPECT_EQ(ansi.non_utf8_to_local(other).share_count(), 2);
+    EXPECT_EQ(counting.decodes, 0);
+}
+
+TEST(EncodersStrings, VeltraConvertsBothWaysAndKeepsWhatItCannotEncode)
+{
+    const veIStringEncoding* mb = veStringEncodingChooser::mb_encoding();
+    const veIStringEncoding* ut = veStringEncodingChooser::ut_encoding();
+
+    stoVeltraStringEncoder to_code_page(mb, mb);
+    EXPECT_EQ(hex(to_code_page.utf8_to_local(utString("\xC3\xA9"))), "E9");
+    EXPECT_EQ(hex(to_code_page.utf8_to_local(utString("\xE4\xB8\xAD"))), "E4B8AD");
+    EXPECT_EQ(hex(to_code_page.utf8_to_local(utString("ab"))), "6162");
+    EXPECT_EQ(hex(to_code_page.non_utf8_to_local(utString("\xE9\x80"))), "E980");
+    // 0x81 reads as U+0081 in Latin-1, which the code page cannot encode.
+    EXPECT_EQ(hex(to_code_page.non_utf8_to_local(utString("\x81"))), "81");
+
+    stoVeltraStringEncoder to_utf8(ut, mb);
+    EXPECT_EQ(hex(to_utf8.non_utf8_to_local(utString("\xE9\x80"))), "C3A9E282AC");
+    EXPECT_EQ(hex(to_utf8.non_utf8_to_local(utString("\x81"))), "C281");
+    EXPECT_EQ(hex(to_utf8.utf8_to_local(utString("\xE2\x82\xAC"))), "E282AC");
+}
+
+TEST(EncodersStrings, TheLastPlatformCallDecidesTheOutcome)
+{
+    // The decoding fails, the Latin-1 reading replaces it, and the encoding
+    // that follows succeeds: the conversion succeeds.
+    CountingEncoding failing_source;
+    failing_source.fail_decode = true;
+    stoVeltraStringEncoder veltra(veStringEncodingChooser::ut_encoding(), &failing_source);
+    EXPECT_EQ(hex(veltra.non_utf8_to_local(utString("\x80"))), "C280");
+    EXPECT_EQ(failing_source.decodes, 1);
+
+    stoOrmidStringEncoder ormid(&failing_source);
+    EXPECT_EQ(hex(ormid.non_utf8_to_local(utString("\x80"))), "C280");
+
+    CountingEncoding failing_local;
+    failing_local.fail_encode = true;
+    stoVeltraStringEncoder keeps(&failing_local, veStringEncodingChooser::mb_encoding());
+    EXPECT_EQ(hex(keeps.non_utf8_to_local(utString("\xE9"))), "E9");
+    EXPECT_EQ(hex(keeps.utf8_to_local(utString("ab"))), "6162");
+    EXPECT_EQ(failing_local.encodes, 2);
+}
+
+// ---------------------------------------------------------------------------
+// stoStringEncodingChooser
+// ---------------------------------------------------------------------------
+
+TEST(EncodersChooser, DefaultsFillTheMissingEncodings)
+{
+    const veIStringEncoding* mb = veStringEncodingChooser::mb_encoding();
+    const veIStringEncoding* ut = veStringEncodingChooser::ut_encoding();
+    CountingEncoding other;
+
+    stoStringEncodingChooser d(nullptr, nullptr, stoEncoderDefault);
+    EXPECT_EQ(d.type(), stoEncoderUTF8);
+    EXPECT_EQ(d.source(), mb);
+    EXPECT_EQ(d.local(), ut);
+
+    stoStringEncodingChooser a(nullptr, nullptr, stoEncoderANSI);
+    EXPECT_EQ(a.source(), mb);
+    EXPECT_EQ(a.local(), mb);
+
+    stoStringEncodingChooser a2(nullptr, &other, stoEncoderANSI);
+    EXPECT_EQ(a2.local(), &other);
+
+    stoStringEncodingChooser c(nullptr, &other, stoEncoderConvert);
+    EXPECT_EQ(c.source(), &other);
+    EXPECT_EQ(c.local(), ut);
+
+    stoStringEncodingChooser given(&other, nullptr, stoEncoderANSI);
+    EXPECT_EQ(given.local(), &other);
+    EXPECT_EQ(given.source(), mb);
+}
+
+TEST(EncodersChooser, TypeSelectsTheEncoderAndItsEncodings)
+{
+    CountingEncoding local;
+    CountingEncoding source;
+    auto make = [&](int type) {
+        return stoIStringEncodercoPrg(
+            stoStringEncodingChooser(&local, &source, static_cast<stoEncoderType>(type)).encoding(utPtrRelease));
+    };
+    stoIStringEncodercoPrg e0 = make(0);
+    ASSERT_EQ(typeid(*e0), typeid(stoOrmidStringEncoder));
+    EXPECT_EQ(static_cast<stoOrmidStringEncoder*>(e0.get())->source(), &source);
+    stoIStringEncodercoPrg e1 = make(1);
+    EXPECT_EQ(typeid(*e1), typeid(stoOrmidStringEncoder));
+    stoIStringEncodercoPrg e2 = make(2);
+    ASSERT_EQ(typeid(*e2), typeid(stoAnsiStringEncoder));
+    EXPECT_EQ(static_cast<stoAnsiStringEncoder*>(e2.get())->local(), &local);
+    for (int type : {3, 4, 7, -1}) {
+        stoIStringEncodercoPrg e = make(type);
+        ASSERT_EQ(typeid(*e), typeid(stoVeltraStringEncoder)) << type;
+        EXPECT_EQ(static_cast<stoVeltraStringEncoder*>(e.get())->local(), &local);
+        EXPECT_EQ(static_cast<stoVeltraStringEncoder*>(e.get())->source(), &source);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// stoUTF8Helper, stoEncodingConverter, stoForceLatin
+// ---------------------------------------------------------------------------
+
+TEST(EncodersUtf8, WidthsMasksAndCodeRanges)
+{
+    stoUTF8Helper h;
+    EXPECT_EQ(h.tail_mask(), 0x80);
+    EXPECT_EQ(h.is_tail_byte(0x80), 1);
+    EXPECT_EQ(h.is_tail_byte(0xBF), 1);
+    EXPECT_EQ(h.is_tail_byte(0xC0), 0);
+    EXPECT_EQ(h.is_tail_byte(0x7F), 0);
+    EXPECT_EQ(h.is_lead_byte(0xC3), 1);
+    EXPECT_EQ(h.is_lead_byte(0x85), 0);
+
+    const std::pair<int, unsigned> masks[] = {{0, 0}, {1, 0}, {2, 0xC0}, {3, 0xE0}, {4, 0xF0},
+                                              {5, 0xF8}, {6, 0xFC}, {7, 0xFE}, {8, 0xFF}};
+    for (auto [w, mask] : masks)
+        EXPECT_EQ(h.lead_mask_for_width(w), mask) << w;
+
+    const unsigned long long n[] = {0x80, 0x800, 0x10000, 0x200000, 0x4000000, 0x80000000ull};
+    for (int w = 1; w <= 6; ++w) {
+        EXPECT_EQ(h.n_codes(w), n[w - 1]) << w;
+        EXPECT_EQ(h.first_code(w), w == 1 ? 0 : n[w - 2]) << w;
+    }
+
+    const std::pair<unsigned, int> widths[] = {
+        {0, 1},        {0x7F, 1},      {0x80, 2},        {0x7FF, 2},        {0x800, 3},
+        {0xFFFF, 3},   {0x10000, 4},   {0x1FFFFF, 4},    {0x200000, 5},     {0x3FFFFFF, 5},
+        {0x4000000, 6}, {0x7FFFFFFF, 6}, {0x80000000u, 7}, {0xFFFFFFFFu, 7},
+    };
+    for (auto [code, w] : widths)
+        EXPECT_EQ(h.width_for_character(code), w) << std::hex << code;
+
+    const std::pair<unsigned char, int> leads[] = {{0x41, 1}, {0x80, 1}, {0xC3, 2}, {0xE2, 3},
+                                                   {0xF0, 4}, {0xF8, 5}, {0xFC, 6}, {0xFE, 7}, {0xFF, 8}};
+    for (auto [b, w] : leads)
+        EXPECT_EQ(h.width_from_lead_byte(b), w) << int(b);
+}
+
+TEST(EncodersUtf8, EncodeWritesTheKnownByteSequences)
+{
+    struct Row {
+        unsigned int code;
+        const char* hex;
+    };
+    const Row rows[] = {
+        {0x41, "41"},           {0x7F, "7F"},           {0x80, "C280"},
+        {0xE9, "C3A9"},         {0x7FF, "DFBF"},        {0x800, "E0A080"},
+        {0x20AC, "E282AC"},     {0xFFFF, "EFBFBF"},     {0x10000, "F0908080"},
+        {0x10FFFF, "F48FBFBF"}, {0x200000, "F888808080"}, {0x7FFFFFFF, "FDBFBFBFBFBF"},
+    };
+    stoUTF8Helper h;
+    for (const Row& r : rows) {
+        char buf[8] = {};
+        char* after = h.encode(r.code, buf);
+        EXPECT_EQ(hex(utString(utStringArray, buf, static_cast<int>(after - buf))), r.hex) << std::hex << r.code;
+    }
+    char buf[8] = {};
+    char* after = h.encode_in_width(0x41, buf, 2);  // an overlong form on request
+    EXPECT_EQ(hex(utString(utStringArray, buf, static_cast<int>(after - buf))), "C181");
+    EXPECT_EQ(h.encode_in_width(0x41, buf, 0), buf);
+}
+
+TEST(EncodersUtf8, ScanReadsBackEveryEncodedCharacter)
+{
+    stoUTF8Helper h;
+    for (unsigned int code = 0; code < 0x110000; code += (code < 0x1000 ? 1 : 97)) {
+        char buf[8];
+        char* after = h.encode(code, buf);
+        const char* cursor = buf;
+        unsigned int back = 0xDEAD;
+        ASSERT_EQ(h.scan_character(cursor, after, back), 1) << code;
+        ASSERT_EQ(back, code);
+        ASSERT_EQ(cursor, after);
+    }
+}
+
+TEST(EncodersUtf8, ScanSequenceStopsAtTheEndAndAtBadBytes)
+{
+    stoUTF8Helper h;
+    unsigned int code = 0;
+    const char text[] = "\xE2\x82\xAC";
+    const char* cursor = text;
+    EXPECT_EQ(h.scan_sequence(cursor, text, code), 0);  // nothing left
+    EXPECT_EQ(cursor, text);
+    EXPECT_EQ(h.scan_sequence(cursor, text + 2, code), 0);  // cut short
+    EXPECT_EQ(cursor, text + 2);
+    cursor = text + 1;
+    EXPECT_EQ(h.scan_sequence(cursor, text + 3, code), 0);  // starts with a tail byte
+    EXPECT_EQ(cursor, text + 2);
+
+    // An overlong form is a sequence but not a character.
+    const char overlong[] = "\xC0\x80";
+    cursor = overlong;
+    EXPECT_EQ(h.scan_sequence(cursor, overlong + 2, code), 1);
+    EXPECT_EQ(code, 0u);
+    cursor = overlong;
+    EXPECT_EQ(h.scan_character(cursor, overlong + 2, code), 0);
+
+    const char not_tail[] = "\xC3\x41";
+    cursor = not_tail;
+    EXPECT_EQ(h.scan_sequence(cursor, not_tail + 2, code), 0);
+}
+
+TEST(EncodersUtf8, ValidUtf8AcceptsWellFormedTextAndSurrogatesOnly)
+{
+    stoEncodingConverter converter;
+    const char* accepted[] = {
+        "", "plain", "\xE2\x82\xAC", "\xC3\xA9t\xC3\xA9", "\xED\xA0\x80", "\xF4\x8F\xBF\xBF", "\xF0\x9F\x98\x80",
+    };
+    for (const char* t : accepted)
+        EXPECT_EQ(converter.valid_utf8(t), 1) << hex(utString(t));
+    EXPECT_EQ(converter.valid_utf8(nullptr), 1);
+
+    const char* rejected[] = {
+        "\x80",                          // lone tail byte
+        "a\xBF",
+        "\xC0\x80",                      // overlong
+        "\xC1\xBF",
+        "\xE0\x80\x80",
+        "\xF0\x80\x80\x80",
+        "\xE2\x82",                      // cut short
+        "\xE2\x82z",
+        "\xC3",
+        "\xF4\x90\x80\x80",              // 0x110000
+        "\xF7\xBF\xBF\xBF",
+        "\xF8\x88\x80\x80\x80",          // five bytes, 0x200000
+        "\xFC\x84\x80\x80\x80\x80",
+        "\xFE\x80\x80\x80\x80\x80\x80",  // seven bytes
+        "\xFE\x82\x80\x80\x80\x80\x80",  // seven bytes, 0x80000000
+        "\xFF\x80\x80\x80\x80\x80\x80\x80",
+        "\xFF",
+        "\xE9t\xC3\xA9",                 // code page text
+    };
+    for (const char* t : rejected)
+        EXPECT_EQ(converter.valid_utf8(t), 0) << hex(utString(t));
+}
+
+TEST(EncodersUtf8, ForceLatinMapsEveryByteToTheSameCode)
+{
+    std::string all;
+    for (int b = 0; b < 256; ++b)
+        all += static_cast<char>(b);
+    veString latin = stoForceLatin().force_latin(utString(utStringArray, all.data(), 256));
+    ASSERT_EQ(latin.length(), 256);
+    for (int b = 0; b < 256; ++b)
+        EXPECT_EQ(latin.codes()[static_cast<std::size_t>(b)], static_cast<char32_t>(b));
+    EXPECT_EQ(stoForceLatin().force_latin(utString()).length(), 0);
+    EXPECT_STREQ(stoForceLatin().force_latin(utString("\xE9\x80")).convert(veStringUTF8), "\xC3\xA9\xC2\x80");
+}
