@@ -14,7 +14,10 @@
 #include "platform/ut_string.h"
 #include "platform/ut_tags.h"
 #include "platform/ut_typeid.h"
+#include "platform/om_stream.h"
+#include "platform/ve_string.h"
 
+#include "support/encoders.h"
 #include "support/exceptions.h"
 #include "support/memory_pool.h"
 
