@@ -106,7 +106,12 @@ stoPtrValue* stoAnalyser::handle_smart_pointer(stoRawPtr const& p)
             if (stoPtrValue* earlier = look_up_pointer(target)) {
                 pointer->become_clone(earlier);
             } else {
-                pointer->set_pointee(target);
+                // A stub belongs to the analyser that made it: even an owning
+                // or counted pointer only points at it.
+                if (target->is_stub())
+                    pointer->stoPtrValue::set_pointee(target);
+                else
+                    pointer->set_pointee(target);
                 outer()->m_pointers[target] = pointer;
             }
         }
