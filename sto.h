@@ -21,6 +21,8 @@
 #include "support/exceptions.h"
 #include "support/memory_pool.h"
 
+#include "io/lexer.h"
+#include "io/reader.h"
 #include "io/writer.h"
 
 #include "evolution/type_synthesiser.h"

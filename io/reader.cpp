@@ -1,0 +1,703 @@
+#include "io/reader.h"
+
+#include "evolution/type_synthesiser.h"
+#include "support/encoders.h"
+#include "support/exceptions.h"
+#include "support/memory_pool.h"
+#include "types/array.h"
+#include "types/basic.h"
+#include "types/class.h"
+#include "types/system.h"
+#include "values/mapper.h"
+#include "values/pointer_types.h"
+#include "values/synthesiser.h"
+
+#include <cstdarg>
+#include <cstring>
+#include <limits>
+#include <ostream>
+
+namespace {
+
+// Deeper nesting, or longer chains of records read on demand, are reported
+// rather than followed: the reader's stack stays bounded on any input.
+constexpr int kMaxDepth = 1000;
+
+template <class T>
+T const* as_meta(stoTypeHandle const& type)
+{
+    if (type.is_null())
+        return nullptr;
+    stoObjectPtr o = type->sto_object();
+    return T::sto_dynamic_cast(o.type(), o.ptr());
+}
+
+char const* meta_name(stoTypeHandle const& type)
+{
+    return type.is_null() ? "<none>" : type->sto_dynamic_class()->name_ref().c_str();
+}
+
+std::unique_ptr<char[]> read_stream(omIFStream& stream, int& length, bool count_delivered)
+{
+    stream.seekg(0, std::ios::end);
+    int size = streamsize_to_stoMemorySize(static_cast<long long>(stream.tellg()));
+    stream.seekg(0, std::ios::beg);
+    if (size < 0)
+        size = 0;
+    std::unique_ptr<char[]> data(new char[static_cast<std::size_t>(size) + 1]());
+    stream.read(data.get(), size);
+    length = count_delivered ? streamsize_to_stoMemorySize(static_cast<long long>(stream.gcount())) : size;
+    return data;
+}
+
+}  // namespace
+
+// ------------------------------------------------------------------ file maps
+
+stoReadFileNameMap::stoReadFileNameMap(utString const& file_name)
+{
+    omIFStream stream(file_name.c_str(), 33);
+    if (!stream.good())
+        throw new stoFileNotReadableException(file_name);
+    m_data = read_stream(stream, m_length, false);
+}
+
+stoReadFileStreamMap::stoReadFileStreamMap(omIFStream* stream)
+{
+    if (stream && stream->good())
+        m_data = read_stream(*stream, m_length, true);
+    else
+        m_data.reset(new char[1]());
+}
+
+// ------------------------------------------------------------------- sections
+
+int stoReadSection::find_section()
+{
+    stoFileReader* r = m_reader;
+    while (!r->at_end() && r->peekc() != '-')
+        r->skip_line();
+    if (r->at_end()) {
+        r->error("Can't find beginning of section\n");
+        return 0;
+    }
+    r->skip_line();
+    return 1;
+}
+
+void stoReadSection::scan()
+{
+    stoFileReader* r = m_reader;
+    if (!find_section())
+        return;
+    while (!r->at_end() && r->peekc() != '-') {
+        char const* start = r->cursor();
+        int line = r->line_number();
+        int count = 0;
+        while (!r->at_end() && r->peekc() != '=') {
+            r->absorb();
+            ++count;
+        }
+        r->m_keys.add(stoReadKey(start, count, line));
+        skip_object();
+    }
+}
+
+void stoReadSection::skip_object()
+{
+    stoFileReader* r = m_reader;
+    bool bytes = false;
+    while (!r->at_end()) {
+        int c = r->peekc();
+        if (c == '"' && !bytes) {
+            r->read_string();
+            r->e();
+        } else if (c == '!' && !bytes) {
+            r->absorb();
+            if (r->peekc() == '{') {
+                r->absorb();
+                bytes = true;
+            }
+        } else if (c == '}' && bytes && r->cursor() + 1 < r->input_end() && r->cursor()[1] == '!') {
+            r->absorb();
+            r->absorb();
+            bytes = false;
+        } else {
+            int got = r->absorb();
+            if (got == '\n' && !bytes)
+                return;
+        }
+    }
+}
+
+void stoReadSection::read()
+{
+    stoFileReader* r = m_reader;
+    if (!find_section())
+        return;
+    while (!r->at_end() && r->peekc() != '-')
+        read_object();
+}
+
+void stoReadSection::read_object()
+{
+    stoFileReader* r = m_reader;
+    stoReadKey key = r->read_identifier();
+    r->absorb('=');
+    if (r->e()) {
+        r->skip_line();
+        return;
+    }
+    auto found = r->m_keys.find(key);
+    if (!found.invalid() && found.slot()) {
+        skip_object();
+        return;
+    }
+    stoReadObject object(this, key, r->line_number());
+    object.read();
+    if (r->e()) {
+        r->skip_line();
+        return;
+    }
+    object.process();
+    if (r->e()) {
+        r->skip_line();
+        return;
+    }
+    if (object.node() && object.node()->slot())
+        r->set_slot(key, object.node()->slot());
+    r->absorb_new_line();
+    if (r->e())
+        r->skip_line();
+}
+
+stoReadNode* stoReadSection::read_value(stoReadParen paren) { return m_reader->read_value(this, paren); }
+
+stoTypeHandle stoReadTypeSection::translate_type(stoReadKey const& key)
+{
+    utString name = key.string();
+    stoSchemaObject const* object = sto_schema_sto_schema()->look_up_object(name);
+    if (!object) {
+        m_reader->error("Can't find meta type called '%s'\n", name.c_str());
+        return stoTypeHandle();
+    }
+    stoObjectPtr o = object->sto_object();
+    stoClass const* cls = stoClass::sto_dynamic_cast(o.type(), o.ptr());
+    if (!cls) {
+        m_reader->error("Non class meta type '%s'\n", name.c_str());
+        return stoTypeHandle();
+    }
+    return cls->handle();
+}
+
+stoReadObjectSection::stoReadObjectSection(stoFileReader* reader)
+    : stoReadSection(reader), m_handle_type(stoTypeHandleType::make())
+{
+}
+
+stoTypeHandle stoReadObjectSection::translate_type(stoReadKey const& key)
+{
+    stoTypeHandle& entry = m_reader->m_resolved_types[key.string()];
+    if (entry.is_null()) {
+        stoValueHandle* slot = m_reader->slot_for_key(key, this);
+        stoTypeHandleValue* handle = new stoTypeHandleValue(m_handle_type, slot ? slot->value() : nullptr);
+        m_reader->m_kept.append(stoValuecoPrf(handle));
+        stoTypeHandle const& type = handle->type_ref();
+        m_reader->m_synthesiser->value_to_raw(handle, stoRWRawPtr(type, &entry, type->size()));
+    }
+    return entry;
+}
+
+// ---------------------------------------------------------------------- nodes
+
+stoReadNode::stoReadNode(stoReadSection* section) : m_section(section), m_reader(section->reader()) {}
+
+void stoReadNode::register_value(stoValue* value)
+{
+    m_slot = m_reader->new_slot();
+    m_slot->become(utPtrClaim, value);
+}
+
+stoValue* stoReadNode::release() { return m_slot ? m_slot->release() : nullptr; }
+stoValue* stoReadNode::share() { return m_slot ? m_slot->share() : nullptr; }
+stoValue* stoReadNode::value() const { return m_slot ? m_slot->value() : nullptr; }
+
+void stoReadNode::error(char const* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    m_reader->verror(format, args);
+    va_end(args);
+}
+
+void stoReadNode::do_indent(std::ostream& os, int indent)
+{
+    for (int i = 0; i < indent; ++i)
+        os << "  ";
+}
+
+void stoReadNode::dump_members(std::ostream& os, int indent) const
+{
+    do_indent(os, indent);
+    os << "(unknown type)";
+}
+
+void stoReadNode::dump(std::ostream& os, int indent) const
+{
+    do_indent(os, indent);
+    os << "Node " << static_cast<void const*>(this) << "\n";
+    dump_members(os, indent + 1);
+    for (auto const& c : m_children) {
+        if (c) {
+            c->dump(os, indent + 1);
+        } else {
+            do_indent(os, indent + 1);
+            os << "  " << static_cast<void const*>(nullptr) << "\n";
+        }
+    }
+    if (stoValue const* v = value()) {
+        do_indent(os, indent);
+        os << "  value (" << static_cast<void const*>(v) << ") of type : ";
+        if (v->type_ref().is_null()) {
+            os << "<none>";
+        } else {
+            os << meta_name(v->type_ref());
+            if (stoClass const* cls = as_meta<stoClass>(v->type_ref()))
+                os << "(" << cls->name_ref() << ")";
+        }
+        os << "\n";
+    }
+}
+
+void stoReadBasicNode::process(stoTypeHandle const& type)
+{
+    if (m_slot)
+        return;
+    if (!type.is_null() && !m_value) {
+        if (type == sto_type_utString())
+            m_value.reset(new stoStringValue(utString()));
+        else if (type == sto_type_double())
+            m_value.reset(new stoDoubleValue(-std::numeric_limits<double>::max()));
+    }
+    if (m_value && !type.is_null()) {
+        if (m_value->kind() == stoValue::kIntKind && type == sto_type_double())
+            m_value.reset(new stoDoubleValue(static_cast<double>(static_cast<stoIntValue*>(m_value.get())->value64())));
+        if (m_value->type_ref() != type)
+            error("Basic type mismatch\nLooking for a %s, I found a %s\n", meta_name(type), meta_name(m_value->type_ref()));
+    }
+    if (m_value)
+        register_value(m_value.release());
+}
+
+void stoReadBasicNode::dump_members(std::ostream& os, int indent) const
+{
+    do_indent(os, indent);
+    os << "(basic)";
+}
+
+void stoReadClassNode::process(stoTypeHandle const& type)
+{
+    if (m_slot)
+        return;
+    stoClass const* cls = as_meta<stoClass>(type);
+    if (!cls) {
+        error("Type given to class node wasn't a class\n");
+        return;
+    }
+    stoObject* object = new stoObject(cls);
+    register_value(object);
+    if (number_of_children() != cls->number_of_inherited_members()) {
+        error("Number of fields does not match for class %s\n", cls->name_ref().c_str());
+        return;
+    }
+    stoInheritedMemberIT it(cls);
+    int i = 0;
+    while (++it) {
+        if (stoReadNode* c = child(i++)) {
+            c->process(it()->type());
+            object->set_member(it.handle(), c->release());
+        }
+    }
+}
+
+void stoReadClassNode::dump_members(std::ostream& os, int indent) const
+{
+    do_indent(os, indent);
+    os << "(class instance)";
+}
+
+void stoReadArrayNode::process(stoTypeHandle const& type)
+{
+    if (m_slot)
+        return;
+    stoArrayValue* array = new stoArrayValue(type, number_of_children());
+    register_value(array);
+    stoArrayType const* array_type = as_meta<stoArrayType>(type);
+    if (!array_type) {
+        error("Type given to array node wasn't an array\n");
+        return;
+    }
+    for (int i = 0; i < number_of_children(); ++i) {
+        if (stoReadNode* c = child(i)) {
+            c->process(array_type->element_type());
+            array->set_element(i, c->release());
+        }
+    }
+}
+
+void stoReadArrayNode::dump_members(std::ostream& os, int indent) const
+{
+    do_indent(os, indent);
+    os << "(array)";
+}
+
+void stoReadMappedNode::process(stoTypeHandle const& type)
+{
+    if (m_slot)
+        return;
+    stoMappedType const* mapped = as_meta<stoMappedType>(type);
+    if (!mapped) {
+        error("Type given to mapped node wasn't a mapped type\n");
+        return;
+    }
+    stoMappedValue* value = new stoMappedValue(type, mapped->mapper(), number_of_children());
+    register_value(value);
+    for (int i = 0; i < number_of_children(); ++i) {
+        if (stoReadNode* c = child(i)) {
+            c->process(stoTypeHandle());
+            value->set_element(i, c->release());
+        }
+    }
+}
+
+void stoReadMappedNode::dump_members(std::ostream& os, int indent) const
+{
+    do_indent(os, indent);
+    os << "(mapped)";
+}
+
+void stoReadPtrNode::process(stoTypeHandle const& type)
+{
+    if (m_slot)
+        return;
+    stoPtrType const* pointer_type = as_meta<stoPtrType>(type);
+    if (!pointer_type) {
+        error("Type given to pointer node wasn't a pointer\n");
+        return;
+    }
+    stoPtrValue* pointer = pointer_type->create_null();
+    register_value(pointer);
+    if (number_of_children() != 1) {
+        error("Wrong number of children for pointer\n");
+        return;
+    }
+    stoReadNode* c = child(0);
+    if (!c)
+        return;
+    stoReadKey key;
+    if (c->need_to_defer(key)) {
+        m_reader->m_to_fix[pointer] = key;
+        return;
+    }
+    c->process(pointer_type->pointee_type());
+    if (c->slot())
+        c->slot()->set_pointee(pointer);
+}
+
+void stoReadPtrNode::dump_members(std::ostream& os, int indent) const
+{
+    do_indent(os, indent);
+    os << "(ptr)";
+}
+
+void stoReadRefNode::process(stoTypeHandle const&)
+{
+    if (!m_slot)
+        m_slot = m_reader->slot_for_key(m_key, m_section);
+}
+
+int stoReadRefNode::need_to_defer(stoReadKey& key) const
+{
+    if (m_slot)
+        return 0;
+    stoReadKey found = m_reader->m_keys.find(m_key);
+    if (!found.invalid() && found.slot())
+        return 0;
+    key = m_key;
+    return 1;
+}
+
+void stoReadRefNode::dump_members(std::ostream& os, int indent) const
+{
+    do_indent(os, indent);
+    os << "(ref to FO " << m_key << ")";
+}
+
+void stoReadStubNode::process(stoTypeHandle const& type)
+{
+    if (m_slot)
+        return;
+    if (number_of_children() != 2 || !child(0) || !child(1)) {
+        error("Wrong number of children for stub\n");
+        return;
+    }
+    child(0)->process(stoTypeHandle());
+    stoValue* id = child(0)->release();
+    child(1)->process(stoTypeHandle());
+    stoValue* parent = child(1)->value();
+    register_value(new stoStub(type, parent, id));
+}
+
+void stoReadStubNode::dump_members(std::ostream& os, int indent) const
+{
+    do_indent(os, indent);
+    os << "(stub: id, parent)";
+}
+
+// -------------------------------------------------------------------- records
+
+stoReadObject::stoReadObject(stoReadSection* section, stoReadKey const& key, int line)
+    : m_reader(section->reader()), m_section(section), m_key(key), m_line(line)
+{
+}
+
+void stoReadObject::read()
+{
+    m_type_key = m_reader->read_identifier();
+    stoReadParen paren = stoReadParenStub;
+    if (m_reader->peekc() == ':') {
+        m_reader->absorb();
+        paren = stoReadParenArray;
+    }
+    m_node.reset(m_section->read_value(paren));
+}
+
+void stoReadObject::process()
+{
+    if (!m_node || m_node->slot())
+        return;
+    int line = m_reader->line_number();
+    m_reader->set_line_number(m_line);
+    m_type = m_section->translate_type(m_type_key);
+    m_node->process(m_type);
+    m_reader->set_line_number(line);
+}
+
+void stoReadObject::dump(std::ostream& os) const
+{
+    os << "FO " << m_key << " " << m_type_key << "\n";
+    if (m_node)
+        m_node->dump(os, 0);
+    else
+        os << "(no node)\n";
+}
+
+// --------------------------------------------------------------------- reader
+
+stoFileReader::stoFileReader(omIFStream* stream, std::ostream* diagnostics, stoSynthesiser* synthesiser,
+                             stoEncoder const* encoder)
+    : stoReadLexer(diagnostics, encoder), m_type_stubs(this), m_types(this), m_objects(this), m_object_stubs(this)
+{
+    m_own_map = std::make_unique<stoReadFileStreamMap>(stream);
+    m_map = m_own_map.get();
+    start(synthesiser, encoder);
+}
+
+stoFileReader::stoFileReader(stoReadFileMap const* map, std::ostream* diagnostics, stoSynthesiser* synthesiser,
+                             stoEncoder const* encoder)
+    : stoReadLexer(diagnostics, encoder), m_type_stubs(this), m_types(this), m_objects(this), m_object_stubs(this)
+{
+    m_map = map;
+    start(synthesiser, encoder);
+}
+
+stoFileReader::~stoFileReader() = default;
+
+void stoFileReader::start(stoSynthesiser* synthesiser, stoEncoder const* encoder)
+{
+    if (!encoder)
+        choose_encoder();
+    m_synthesiser.reset(synthesiser ? synthesiser : new stoReadTypeSynthesiser());
+    scan();
+    read();
+    fix_pointers();
+}
+
+void stoFileReader::choose_encoder()
+{
+    if (encoder())
+        return;
+    m_own_encoder = std::make_unique<stoEncodeEitherToLocal>(nullptr);
+    set_encoder(m_own_encoder.get());
+}
+
+void stoFileReader::scan()
+{
+    set_input(m_map ? m_map->start() : "", m_map ? m_map->length() : 0);
+    m_type_stubs.scan();
+    m_types.scan();
+    m_objects.scan();
+    m_object_stubs.scan();
+}
+
+void stoFileReader::read()
+{
+    set_input(m_map ? m_map->start() : "", m_map ? m_map->length() : 0);
+    m_type_stubs.read();
+    m_types.read();
+    m_objects.read();
+    m_object_stubs.read();
+}
+
+void stoFileReader::fix_pointers()
+{
+    for (auto const& [pointer, key] : m_to_fix) {
+        stoReadKey found = m_keys.find(key);
+        if (!found.invalid() && found.slot())
+            found.slot()->set_pointee(pointer);
+    }
+}
+
+stoValueHandle* stoFileReader::new_slot() { return &m_slots.emplace(); }
+
+stoReadNode* stoFileReader::read_value(stoReadSection* section, stoReadParen paren)
+{
+    if (m_depth >= kMaxDepth) {
+        error("nesting too deep\n");
+        skip_line();
+        return nullptr;
+    }
+    struct Depth {
+        int& depth;
+        explicit Depth(int& d) : depth(d) { ++depth; }
+        ~Depth() { --depth; }
+    } depth(m_depth);
+
+    int c = peekc();
+    auto list = [&](stoReadNode* node, char closing) {
+        absorb();
+        if (peekc() != closing) {
+            do {
+                if (at_end())
+                    break;
+                node->add_child(read_value(section, stoReadParenArray));
+                if (peekc() == ',') {
+                    absorb();
+                } else if (peekc() != closing) {
+                    error("unterminated paren list\n");
+                    break;
+                }
+            } while (peekc() != closing);
+        }
+        absorb(closing);
+        return node;
+    };
+    if (c == '(' && paren == stoReadParenArray)
+        return list(new stoReadArrayNode(section), ')');
+    if (c == '{')
+        return list(new stoReadClassNode(section), '}');
+    if (c == '<')
+        return list(new stoReadMappedNode(section), '>');
+    if (c == '(') {
+        absorb();
+        std::unique_ptr<stoReadNode> id(read_value(section, stoReadParenArray));
+        absorb(',');
+        absorb('&');
+        std::unique_ptr<stoReadNode> parent(read_value(section, stoReadParenArray));
+        absorb(')');
+        return new stoReadStubNode(section, id.release(), parent.release());
+    }
+    if (c == '&') {
+        absorb();
+        return new stoReadPtrNode(section, read_value(section, stoReadParenArray));
+    }
+    if (c == '@') {
+        absorb();
+        return new stoReadBasicNode(section, nullptr);
+    }
+    if (c == '!') {
+        absorb();
+        absorb('{');
+        absorb_new_line();
+        stoByteArray bytes = read_byte_array();
+        absorb('}');
+        absorb('!');
+        return new stoReadBasicNode(section, new stoByteArrayValue(bytes));
+    }
+    if ((c >= '0' && c <= '9') || c == '-' || c == '+' || c == '.') {
+        long long integer = 0;
+        double real = 0;
+        if (read_number(integer, real))
+            return new stoReadBasicNode(section, new stoIntValue(stoIntValue64Tag, integer));
+        return new stoReadBasicNode(section, new stoDoubleValue(real));
+    }
+    if (c == '"')
+        return new stoReadBasicNode(section, new stoStringValue(read_string()));
+    if (c == '%' || c == '#' || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'))
+        return new stoReadRefNode(section, read_identifier());
+    if (at_end())
+        error("unexpected end of file\n");
+    else
+        error("unexpected character '%c' 0x%02x\n", c, static_cast<unsigned int>(c));
+    return nullptr;
+}
+
+stoValueHandle* stoFileReader::slot_for_key(stoReadKey const& key, stoReadSection* section)
+{
+    stoReadKey found = m_keys.find(key);
+    if (found.invalid())
+        return nullptr;
+    if (!found.slot()) {
+        if (m_demand_depth >= kMaxDepth) {
+            error("records refer to each other too deeply\n");
+            return nullptr;
+        }
+        char const* cursor_before = cursor();
+        int line_before = line_number();
+        set_cursor(found.text());
+        set_line_number(found.line_number());
+        ++m_demand_depth;
+        section->read_object();
+        --m_demand_depth;
+        set_cursor(cursor_before);
+        set_line_number(line_before);
+        found = m_keys.find(key);
+    }
+    return found.slot();
+}
+
+void stoFileReader::set_slot(stoReadKey const& key, stoValueHandle* slot)
+{
+    stoReadKey found = m_keys.find(key);
+    if (found.invalid()) {
+        error("Unknown object key.\n");
+        return;
+    }
+    m_keys.remove(found);
+    found.set_slot(slot);
+    m_keys.add(found);
+}
+
+stoValueHandle* stoFileReader::look_up_slot(utString const& name) const
+{
+    stoReadKey found = m_keys.find(stoReadKey(name.c_str(), name.length(), 1));
+    return found.invalid() ? nullptr : found.slot();
+}
+
+stoValue const* stoFileReader::look_up_value(utString const& name) const
+{
+    stoValueHandle* slot = look_up_slot(name);
+    return slot ? slot->value() : nullptr;
+}
+
+void stoFileReader::dump(std::ostream& os)
+{
+    os << "Dump ts\n";
+    m_type_stubs.dump(os);
+    os << "Dump t\n";
+    m_types.dump(os);
+    os << "Dump o\n";
+    m_objects.dump(os);
+    os << "Dump os\n";
+    m_object_stubs.dump(os);
+}
