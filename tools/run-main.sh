@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds and runs the main job, the class-description example
-# (examples/describe_classes.cpp), in a Release build under build/.
+# Builds and runs the main job, the demo
+# (examples/sample/demo.cpp: write a sample document, read it back), in a
+# Release build under build/.
 #
 #   tools/run-main.sh [arguments for the program...]
 set -euo pipefail
@@ -11,5 +12,5 @@ build="$root/build"
 "$root/tools/setup.sh"
 
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release
-cmake --build "$build" --target sto_describe_classes -j "$(nproc)"
-exec "$build/examples/sto_describe_classes" "$@"
+cmake --build "$build" --target sto_demo -j "$(nproc)"
+cd "$build/examples/sample" && exec ./sto_demo "$@"
