@@ -4,13 +4,12 @@
 // (integers, doubles converted exactly by stoReadNumber, strings through a
 // string encoder, Base64 byte arrays).
 //
-//   class myReader : public stoReadLexer {   // stoFileReader is one
-//       ...
-//       set_input(text, length);
-//       stoReadKey key = read_identifier();
-//       absorb('=');
-//       if (e()) skip_line();
-//   };
+//   // In a member of a class derived from stoReadLexer (stoFileReader):
+//   set_input(map->start(), map->length());
+//   stoReadKey key = read_identifier();
+//   absorb('=');
+//   if (e())
+//       skip_line();   // the report has been written; go on with the next line
 //
 // Nothing here throws for a malformed input: problems are reported on the
 // diagnostic stream as "Error on line N: message", counted, and reading goes

@@ -53,7 +53,10 @@ TEST(ReaderErrors, EachMessageNamesTheLineOfItsRecord)
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.objects);
-        Read r = read_text(kHeader + c.objects + "-OBJECT STUBS\n");
+        std::string text = kHeader;
+        text += c.objects;
+        text += "-OBJECT STUBS\n";
+        Read r = read_text(text);
         EXPECT_GT(r.errors, 0);
         EXPECT_NE(r.diagnostics.find(c.expected), std::string::npos) << r.diagnostics;
     }
@@ -74,8 +77,10 @@ TEST(ReaderErrors, ValidFilesAndEmptySectionsReadCleanly)
     EXPECT_FALSE(empty.has_root);
 
     // Text before the first header is skipped; CR LF line ends are accepted.
-    Read root = read_text("STO1\nroot=annDocument\n" + kHeader.substr(5) + "root=stoSchemaID{\"a\",1}\r\n" +
-                          "-OBJECT STUBS\n");
+    std::string text = "STO1\nroot=annDocument\n";
+    text += kHeader.substr(5);
+    text += "root=stoSchemaID{\"a\",1}\r\n-OBJECT STUBS\n";
+    Read root = read_text(text);
     EXPECT_EQ(root.errors, 0) << root.diagnostics;
     EXPECT_TRUE(root.has_root);
 
@@ -88,15 +93,23 @@ TEST(ReaderErrors, ValidFilesAndEmptySectionsReadCleanly)
 
 TEST(ReaderErrors, HostileNestingAndReferenceChainsAreBounded)
 {
-    std::string deep = kHeader + "root=stoSchemaID{" + std::string(1500, '<') + "\n-OBJECT STUBS\n";
+    std::string deep = kHeader;
+    deep += "root=stoSchemaID{";
+    deep.append(1500, '<');
+    deep += "\n-OBJECT STUBS\n";
     Read r = read_text(deep);
     EXPECT_GT(r.errors, 0);
     EXPECT_FALSE(r.has_root);
 
     // A chain of records each embedding the next, longer than the bound.
     std::string chain = kHeader;
-    for (int i = 0; i < 1200; ++i)
-        chain += "#" + std::to_string(i + 2) + "=int:#" + std::to_string(i + 3) + "\n";
+    for (int i = 0; i < 1200; ++i) {
+        chain += '#';
+        chain += std::to_string(i + 2);
+        chain += "=int:#";
+        chain += std::to_string(i + 3);
+        chain += '\n';
+    }
     chain += "-OBJECT STUBS\n";
     Read c = read_text(chain);
     EXPECT_GT(c.errors, 0);
