@@ -220,7 +220,11 @@ TEST(EncodersLiteral, AnEscapedZeroEndsTheTextOfItsChunk)
     // 200 bytes with a zero at 10: the first chunk of 80 keeps 10, the other
     // two keep their 80 and 40.
     std::string text(200, 'z');
-    std::string literal = "\"" + text.substr(0, 10) + "\\x00" + text.substr(11) + "\"";
+    std::string literal = "\"";
+    literal += text.substr(0, 10);
+    literal += "\\x00";
+    literal += text.substr(11);
+    literal += '"';
     Decoded d = decode(literal);
     EXPECT_EQ(d.ok, 1);
     EXPECT_EQ(d.out.length(), 10 + 80 + 40);
