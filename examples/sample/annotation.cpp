@@ -1,4 +1,5 @@
 #include "annotation.h"
+#include "sample_arrays.h"
 
 stoSchema* sto_schema_annotation()
 {
@@ -25,16 +26,12 @@ sampleCounted::~sampleCounted() { --g_live_objects; }
 
 void annLeader::set_vertices(int n)
 {
-    delete[] m_vertices;
-    m_vertices = n > 0 ? new annPoint[static_cast<std::size_t>(n)] : nullptr;
-    m_n_vertices = n > 0 ? n : 0;
+    sample_resize(m_vertices, m_n_vertices, n);
 }
 
 void annNote::set_leaders(int n)
 {
-    delete[] m_leaders;
-    m_leaders = n > 0 ? new annLeader[static_cast<std::size_t>(n)] : nullptr;
-    m_n_leaders = n > 0 ? n : 0;
+    sample_resize(m_leaders, m_n_leaders, n);
     for (int i = 0; i < m_n_leaders; ++i)
         m_leaders[i].m_next_leader = &m_leaders[(i + 1) % m_n_leaders];
 }
@@ -103,16 +100,12 @@ void annItemList::reset(int n)
 
 void annTitleBlock::set_revisions(int n)
 {
-    delete[] m_revisions;
-    m_revisions = n > 0 ? new annRevision[static_cast<std::size_t>(n)] : nullptr;
-    m_n_revisions = n > 0 ? n : 0;
+    sample_resize(m_revisions, m_n_revisions, n);
 }
 
 void annDocument::set_sheets(int n)
 {
-    delete[] m_sheets;
-    m_sheets = n > 0 ? new annSheet[static_cast<std::size_t>(n)] : nullptr;
-    m_n_sheets = n > 0 ? n : 0;
+    sample_resize(m_sheets, m_n_sheets, n);
     for (int i = 0; i < m_n_sheets; ++i)
         m_sheets[i].m_document = this;
 }

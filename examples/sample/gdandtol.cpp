@@ -1,4 +1,5 @@
 #include "gdandtol.h"
+#include "sample_arrays.h"
 
 stoSchema* sto_schema_gdandtol()
 {
@@ -10,9 +11,7 @@ stoSchema* sto_schema_gdandtol()
 
 void gdtDatumSystem::set_references(int n)
 {
-    delete[] m_references;
-    m_references = n > 0 ? new gdtDatumReference[static_cast<std::size_t>(n)] : nullptr;
-    m_n_references = n > 0 ? n : 0;
+    sample_resize(m_references, m_n_references, n);
 }
 
 STO_CLASS(gdtSymbol, sto_schema_gdandtol())

@@ -1,4 +1,5 @@
 #include "vornetinput.h"
+#include "sample_arrays.h"
 
 stoSchema* sto_schema_vornetinput()
 {
@@ -10,16 +11,12 @@ stoSchema* sto_schema_vornetinput()
 
 void vniPolyline::set_vertices(int n)
 {
-    delete[] m_vertices;
-    m_vertices = n > 0 ? new vniSite*[static_cast<std::size_t>(n)]() : nullptr;
-    m_n_vertices = n > 0 ? n : 0;
+    sample_resize(m_vertices, m_n_vertices, n);
 }
 
 void vniWeighting::set_weights(int n)
 {
-    delete[] m_weights;
-    m_weights = n > 0 ? new double[static_cast<std::size_t>(n)]() : nullptr;
-    m_n_weights = n > 0 ? n : 0;
+    sample_resize(m_weights, m_n_weights, n);
 }
 
 vniInput::~vniInput()
@@ -31,16 +28,12 @@ vniInput::~vniInput()
 
 void vniInput::set_sites(int n)
 {
-    delete[] m_sites;
-    m_sites = n > 0 ? new vniSite[static_cast<std::size_t>(n)] : nullptr;
-    m_n_sites = n > 0 ? n : 0;
+    sample_resize(m_sites, m_n_sites, n);
 }
 
 void vniInput::set_segments(int n)
 {
-    delete[] m_segments;
-    m_segments = n > 0 ? new vniSegment[static_cast<std::size_t>(n)] : nullptr;
-    m_n_segments = n > 0 ? n : 0;
+    sample_resize(m_segments, m_n_segments, n);
 }
 
 STO_CLASS(vniSite, sto_schema_vornetinput())
