@@ -69,13 +69,15 @@ void stoTypeSynthesiser::look_up_stub(stoRWRawPtr const& slot, stoStub const* st
         return;
 
     // Written through the slot type's copy, as any pointer field is: a
-    // type-handle field receives the handle, any other field the address.
-    auto write = [&](void* address, stoTypeHandle const& handle) {
+    // type-handle field receives the handle, any other field the object's
+    // part of the field's class.
+    auto write = [&](void const* address, stoTypeHandle const& handle) {
         if (slot_type->sto_dynamic_class() == sto_class_stoTypeHandleType()) {
             slot_type->copy(&handle, slot.write_ptr());
         } else {
-            void* source = address;
-            slot_type->copy(&source, slot.write_ptr());
+            stoObjectPtr whole = static_cast<stoStubbable const*>(address)->sto_object();
+            void const* part = view_as(*slot_type->pointee_type(), *whole.type(), whole.ptr());
+            slot_type->copy(&part, slot.write_ptr());
         }
     };
 
@@ -90,7 +92,7 @@ void stoTypeSynthesiser::look_up_stub(stoRWRawPtr const& slot, stoStub const* st
     };
 
     if (target->is_compatible_with(sto_type_stoSystem())) {
-        write(sto_system(), stoTypeHandle());
+        write(static_cast<stoStubbable const*>(sto_system()), stoTypeHandle());
     } else if (target->is_compatible_with(sto_type_stoSchema())) {
         stoSystem* system = nullptr;
         if (parent)
@@ -101,8 +103,9 @@ void stoTypeSynthesiser::look_up_stub(stoRWRawPtr const& slot, stoStub const* st
         stoSchema const* schema = find_schema(*schema_id);
         if (!schema)
             throw new stoMissingSchemaException(*schema_id);
-        write(const_cast<stoSchema*>(schema), stoTypeHandle());
-    } else if (target->is_compatible_with(sto_type_stoClass()) || target->is_compatible_with(sto_type_stoBasic())) {
+        write(static_cast<stoStubbable const*>(schema), stoTypeHandle());
+    } else if (target->is_compatible_with(sto_type_stoClass()) || target->is_compatible_with(sto_type_stoBasic()) ||
+               *target == *sto_class_stoByteArrayType()) {
         int is_class = target->is_compatible_with(sto_type_stoClass());
         stoSchema* schema = parent_schema();
         if (!schema)
@@ -113,13 +116,11 @@ void stoTypeSynthesiser::look_up_stub(stoRWRawPtr const& slot, stoStub const* st
             stoClass const* cls = found ? stoClass::sto_dynamic_cast(fo.type(), fo.ptr()) : nullptr;
             if (!cls)
                 throw new stoMissingClassException(stoSchemaID(schema->name(), schema->version()), *name);
-            write(const_cast<stoClass*>(cls), cls->handle());
+            write(static_cast<stoStubbable const*>(cls), cls->handle());
         } else {
-            // A basic type is a type through its C++ class even where its
-            // declared bases say otherwise (the byte-array type).
             stoBasic const* basic = found ? dynamic_cast<stoBasic const*>(found) : nullptr;
             if (basic)
-                write(const_cast<stoBasic*>(basic), basic->handle());
+                write(static_cast<stoStubbable const*>(basic), basic->handle());
         }
     } else if (target->is_compatible_with(sto_type_stoMapper())) {
         stoSchema* schema = parent_schema();
@@ -133,7 +134,7 @@ void stoTypeSynthesiser::look_up_stub(stoRWRawPtr const& slot, stoStub const* st
                     found = b->mapper();
         }
         if (stoMapper const* mapper = dynamic_cast<stoMapper const*>(found))
-            write(const_cast<stoMapper*>(mapper), stoTypeHandle());
+            write(static_cast<stoStubbable const*>(mapper), stoTypeHandle());
     } else if (target->is_compatible_with(sto_type_stoMember())) {
         stoClass* owner = nullptr;
         if (parent)
@@ -141,7 +142,7 @@ void stoTypeSynthesiser::look_up_stub(stoRWRawPtr const& slot, stoStub const* st
         if (!owner || !name)
             return;
         if (stoMember const* member = find_class_member(owner, *name))
-            write(const_cast<stoMember*>(member), stoTypeHandle());
+            write(static_cast<stoStubbable const*>(member), stoTypeHandle());
     }
 }
 
@@ -154,4 +155,17 @@ stoMember const* find_class_member(stoClass const* owner, utString const& name)
         if (std::strcmp(it()->name_ref().c_str(), name.c_str()) == 0)
             return it();
     return nullptr;
+}
+
+void const* stoTypeSynthesiser::view_as(stoType const& pointee, stoType const& type, void const* object) const
+{
+    if (void const* part = stoSynthesiser::view_as(pointee, type, object))
+        return part;
+    stoObjectPtr t = type.sto_object();
+    stoObjectPtr p = pointee.sto_object();
+    stoClass const* cls = stoClass::sto_dynamic_cast(t.type(), t.ptr());
+    stoClass const* target = stoClass::sto_dynamic_cast(p.type(), p.ptr());
+    if (!cls || !target || *cls != *sto_class_stoByteArrayType())
+        return nullptr;
+    return stoByteArrayType::view_as(target, object);
 }

@@ -39,6 +39,9 @@ public:
     // A new live object of the value's type filled from the value; empty for null.
     stoRawPtr make_object(stoValue const* value);
 
+    // Sees the byte-array type as the basic type and schema object it is.
+    void const* view_as(stoType const& pointee, stoType const& type, void const* object) const override;
+
 protected:
     virtual stoSchema const* find_schema(stoSchemaID const& id);
 

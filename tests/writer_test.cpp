@@ -104,26 +104,6 @@ std::string leaf_body(wrtLeaf const& leaf)
 
 }  // namespace
 
-TEST(Writer, SchemaFileOpensAsTheWorkedExample)
-{
-    stoSchema* sample = sto_system()->save(new stoSchema("sample", 7));
-    std::string text = write_object(sample, sto_type_stoSchema());
-    std::string expected_opening =
-        "STO1\n"
-        "-TYPE STUBS\n"
-        "stoSchema=stoClass(\"stoSchema\",&store_1)\n"
-        "stoStubbable=stoClass(\"stoStubbable\",&store_1)\n"
-        "store_1=stoSchema(%$8,&%$7)\n"
-        "stoSchemaID=stoClass(\"stoSchemaID\",&store_1)\n"
-        "%$7=stoSystem(1,&@)\n"
-        "%$8=stoSchemaID{\"store\",1}\n";
-    EXPECT_EQ(text.substr(0, expected_opening.size()), expected_opening);
-    EXPECT_NE(text.find("\n-TYPES\n"), std::string::npos);
-    EXPECT_NE(text.find("\n-OBJECTS\nroot=stoSchema{&#$1,#3,&@,&@,&@}\n#3=stoSchemaID{\"sample\",7}\n"),
-              std::string::npos);
-    EXPECT_NE(text.find("\n-OBJECT STUBS\n#$1=stoSystem(1,&@)\n"), std::string::npos);
-}
-
 TEST(Writer, RecordsAreNumberedBreadthFirstAndInlineValuesUseUpNumbers)
 {
     wrtHolder holder;

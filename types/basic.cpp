@@ -240,6 +240,30 @@ void stoStringType::destroy_array(void* p, int) const { delete[] static_cast<utS
 
 STO_SHARED_BASIC(stoByteArrayType)
 
+stoByteArrayType::stoByteArrayType()
+{
+    m_name = "stoByteArray";
+    m_size = static_cast<int>(sizeof(stoByteArray));
+}
+
+void const* stoByteArrayType::view_as(stoClass const* target, void const* whole)
+{
+    auto const* type = static_cast<stoByteArrayType const*>(whole);
+    if (!target || !whole)
+        return nullptr;
+    if (*target == *sto_class_stoByteArrayType())
+        return whole;
+    if (*target == *sto_class_stoBasic())
+        return static_cast<stoBasic const*>(type);
+    if (*target == *sto_class_stoType())
+        return static_cast<stoType const*>(type);
+    if (*target == *sto_class_stoSchemaObject())
+        return static_cast<stoSchemaObject const*>(type);
+    if (*target == *sto_class_stoStubbable())
+        return static_cast<stoStubbable const*>(type);
+    return nullptr;
+}
+
 int stoByteArrayType::process(stoProcessType* p) const { return p->process_stoByteArrayType(this); }
 
 void* stoByteArrayType::create() const { return new stoByteArray(); }

@@ -148,10 +148,20 @@ public:
     void* create_array(int n) const override;
     void destroy_array(void* p, int n) const override;
 
+    // The type's declared base is stoType alone, so the store's own casts
+    // never see it as a basic type or a schema object, and its records carry
+    // only the type's member. It is both in C++ all the same, and the places
+    // that name types by schema and name (stubs, bindings) view it so
+    // through this: `whole` is the address of a byte-array type, the answer
+    // its part of class `target`, or null for a class it is not.
+    static void const* view_as(stoClass const* target, void const* whole);
+
 protected:
     explicit stoByteArrayType(stoSchema* schema)
         : stoBasic(schema, "stoByteArray", static_cast<int>(sizeof(stoByteArray))) {}
-    stoByteArrayType() = default;
+    // Rebuilt from a record that holds neither name nor size: there is only
+    // one kind of byte array, so both are known.
+    stoByteArrayType();
 };
 STO_DECLARE_CLASS(stoByteArrayType)
 

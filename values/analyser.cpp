@@ -1,6 +1,7 @@
 #include "values/analyser.h"
 
 #include "types/class.h"
+#include "types/system.h"
 #include "values/pointer_types.h"
 #include "values/stubbable.h"
 #include "values/value.h"
@@ -166,6 +167,21 @@ stoValue* stoAnalyser::create_stub(stoRawPtr const& p)
     stoStubbable const* stubbable = stoStubbable::to_stubbable(p);
     if (!stubbable)
         return nullptr;
+    // A stub names an object by its path, and the path leads to the object
+    // its schema finds under that name. A schema object that is not that one
+    // (the 8-byte int, which the store schema names "int" like the int) is
+    // written as the stub of the named object, so that the file never holds
+    // two stubs of one path and reads back to what it names.
+    if (stoSchemaObject const* named = dynamic_cast<stoSchemaObject const*>(stubbable)) {
+        stoSchemaObject const* found = named->schema() ? named->schema()->look_up_object(named->name()) : nullptr;
+        if (found && found != named) {
+            stoObjectPtr whole = found->sto_object();
+            stoValue* stub = raw_to_value(stoRawPtr(whole.type()->handle(), whole.ptr(), whole.type()->size()));
+            if (stub)
+                register_new_value(stub, p);
+            return stub;
+        }
+    }
     stoRawPtr parent = stubbable->stub_parent();
     stoRawPtr id = stubbable->stub_id();
     stoStub* stub = new stoStub(p.type(), nullptr, nullptr);

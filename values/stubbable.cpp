@@ -1,5 +1,6 @@
 #include "values/stubbable.h"
 
+#include "types/basic.h"
 #include "types/describe.h"
 
 stoStubbable const* stoStubbable::to_stubbable(stoRawPtr const& p)
@@ -10,6 +11,10 @@ stoStubbable const* stoStubbable::to_stubbable(stoRawPtr const& p)
     stoClass const* cls = stoClass::sto_dynamic_cast(t.type(), t.ptr());
     if (!cls)
         return nullptr;
+    // Named by schema and name like every basic type, whatever its declared
+    // bases say.
+    if (*cls == *sto_class_stoByteArrayType())
+        return static_cast<stoStubbable const*>(stoByteArrayType::view_as(sto_class_stoStubbable(), p.ptr()));
     return stoStubbable::sto_dynamic_cast(cls, p.ptr());
 }
 

@@ -91,7 +91,7 @@ void stoSynthesiser::value_to_raw(stoValue const* value, stoRWRawPtr const& p)
         m_pending.remove(value);
         for (stoRWRawPtr const& field : *fields) {
             stoPtrType const* type = static_cast<stoPtrType const*>(field.type().type());
-            void const* cast = type->pointee_type()->cast(*value->type(), p.write_ptr());
+            void const* cast = view_as(*type->pointee_type(), *value->type(), p.write_ptr());
             type->point_at_object(field.write_ptr(), const_cast<void*>(cast));
         }
     }
@@ -132,7 +132,7 @@ void stoSynthesiser::handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr 
     void* object = target_type->create();
     if (!object)
         return;
-    void const* cast = type->pointee_type()->cast(*target_type, object);
+    void const* cast = view_as(*type->pointee_type(), *target_type, object);
     if (!cast) {
         // The value's class is not a kind of the pointer's class.
         target_type->destroy(object);
@@ -146,10 +146,15 @@ void stoSynthesiser::handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr 
     value_to_raw(target, stoRWRawPtr(target_type, object, target_type->size()));
 }
 
+void const* stoSynthesiser::view_as(stoType const& pointee, stoType const& type, void const* object) const
+{
+    return pointee.cast(type, object);
+}
+
 void stoSynthesiser::mark_ptr(stoPtrType const* type, stoValue const* target, void* field)
 {
     if (void* const* address = m_objects.find(target)) {
-        void const* cast = type->pointee_type()->cast(*target->type(), *address);
+        void const* cast = view_as(*type->pointee_type(), *target->type(), *address);
         type->point_at_object(field, const_cast<void*>(cast));
         return;
     }

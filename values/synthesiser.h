@@ -62,6 +62,10 @@ public:
     // nothing here, so the field keeps its content.
     virtual void look_up_stub(stoRWRawPtr const& field, stoStub const* stub);
     virtual stoObjectPtr start_fake(stoClassMapper const* mapper, stoObjectPtr const& real);
+    // The object of `type` at `object` as the pointee type of a pointer
+    // field, or null when it is not one: the store's cast along declared
+    // bases here.
+    virtual void const* view_as(stoType const& pointee, stoType const& type, void const* object) const;
     virtual void end_fake(stoClassMapper const* mapper, stoObjectPtr const& fake, stoObjectPtr const& real);
 
     // Entry points: write the value, then clean up.

@@ -1,0 +1,194 @@
+// Schemas written as schema files and rebuilt from them into loaded schemas.
+#include "sample.h"
+#include "test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+stoSchema* sto_schema_sample7()
+{
+    static stoSchema* s_schema = nullptr;
+    if (!s_schema)
+        s_schema = sto_system()->save(new stoSchema("sample", 7));
+    return s_schema;
+}
+
+// A schema rebuilt from a file is made by the protected constructor, as the
+// data templates make theirs.
+class RebuiltFromFile : public stoSchema {
+public:
+    RebuiltFromFile() = default;
+};
+
+std::string write_schema(stoSchema const* schema)
+{
+    std::ostringstream os;
+    stoFileWriter writer;
+    EXPECT_EQ(writer.write(os, schema, sto_type_stoSchema()), 1);
+    return os.str();
+}
+
+// Reads the text and synthesises its root into a new loaded schema; null
+// when the file does not read cleanly.
+RebuiltFromFile* rebuild(std::string const& text, std::string* diagnostics_out = nullptr)
+{
+    std::ostringstream diagnostics;
+    stoReadMemoryMap map(text.data(), static_cast<int>(text.size()));
+    stoTypeSynthesiser* synthesiser = new stoTypeSynthesiser;
+    stoFileReader reader(&map, &diagnostics, synthesiser, nullptr);
+    if (diagnostics_out)
+        *diagnostics_out = diagnostics.str();
+    stoValue const* root = reader.look_up_value("root");
+    if (reader.error_count() != 0 || !root)
+        return nullptr;
+    RebuiltFromFile* rebuilt = new RebuiltFromFile;
+    synthesiser->synthesise(root, static_cast<stoSchema*>(rebuilt));
+    rebuilt->finish();
+    return rebuilt;
+}
+
+// Everything the schema says about one named type, as text.
+std::vector<std::string> describe_named_type(stoSchemaObject const* object)
+{
+    using namespace sto_test;
+    stoObjectPtr whole = object->sto_object();
+    std::vector<std::string> out{whole.type()->name().str() + " " + object->name().str()};
+    if (stoClass const* c = stoClass::sto_dynamic_cast(whole.type(), whole.ptr())) {
+        out.push_back("size " + std::to_string(c->size()));
+        for (std::vector<std::string> const& part : {bases_of(c), members_of(c), table_of(c)})
+            out.insert(out.end(), part.begin(), part.end());
+    } else if (stoBasic const* b = dynamic_cast<stoBasic const*>(object)) {
+        out.push_back("size " + std::to_string(b->size()));
+    }
+    return out;
+}
+
+std::vector<std::vector<std::string>> describe_schema(stoSchema const* schema)
+{
+    std::vector<std::vector<std::string>> out;
+    stoSchemaIT it(schema);
+    while (++it)
+        out.push_back(describe_named_type(it()));
+    return out;
+}
+
+}  // namespace
+
+class smpShape {
+    STO_PERSISTENT(smpShape)
+public:
+    virtual ~smpShape() = default;
+    int m_colour = 0;
+};
+STO_DECLARE_CLASS(smpShape)
+
+class smpGroup : public smpShape {
+    STO_PERSISTENT(smpGroup)
+public:
+    smpShape* m_first = nullptr;
+};
+STO_DECLARE_CLASS(smpGroup)
+
+STO_CLASS(smpShape, sto_schema_sample7())
+{
+    STO_MEMBER(m_colour);
+}
+
+STO_CLASS(smpGroup, sto_schema_sample7())
+{
+    STO_BASE(smpShape);
+    STO_MEMBER(m_first);
+}
+
+TEST(SchemaFile, OpensWithTheRecordsOfTheWorkedExample)
+{
+    sto_class_smpGroup()->finish();
+    std::string text = write_schema(sto_schema_sample7());
+    // The records of the opening, in this order; the records of the two
+    // classes and their types come between and after them.
+    std::vector<std::string> expected = {
+        "STO1",
+        "-TYPE STUBS",
+        "stoSchema=stoClass(\"stoSchema\",&store_1)",
+        "stoStubbable=stoClass(\"stoStubbable\",&store_1)",
+        "store_1=stoSchema(%$8,&%$7)",
+        "stoSchemaID=stoClass(\"stoSchemaID\",&store_1)",
+        "%$7=stoSystem(1,&@)",
+        "%$8=stoSchemaID{\"store\",1}",
+        "-TYPES",
+        "-OBJECTS",
+        "root=stoSchema{&#$1,#3,&#9,&#10,&#11}",
+        "#3=stoSchemaID{\"sample\",7}",
+        "-OBJECT STUBS",
+        "#$1=stoSystem(1,&@)",
+    };
+    std::istringstream lines(text);
+    std::string line;
+    std::size_t next = 0;
+    while (std::getline(lines, line) && next < expected.size())
+        if (line == expected[next])
+            ++next;
+    EXPECT_EQ(next, expected.size()) << "missing from here on: " << expected[next] << "\n" << text;
+    // The opening is contiguous where no other record can come between.
+    EXPECT_EQ(text.compare(0, 33, "STO1\n-TYPE STUBS\nstoSchema=stoCla"), 0);
+    EXPECT_NE(text.find("-OBJECTS\nroot=stoSchema{&#$1,#3,&#9,&#10,&#11}\n#3=stoSchemaID{\"sample\",7}\n"),
+              std::string::npos);
+    EXPECT_NE(text.find("-OBJECT STUBS\n#$1=stoSystem(1,&@)\n"), std::string::npos);
+}
+
+TEST(SchemaFile, EverySchemaInMemoryRebuildsToTheSameSchemaAndTheSameText)
+{
+    sample_force_load();
+    sto_force_load();
+    sto_class_smpGroup()->finish();
+    struct Case {
+        char const* name;
+        int version;
+    };
+    for (Case c : {Case{"store", 1}, Case{"annotation", 16}, Case{"gdandtol", 6}, Case{"vornetinput", 9},
+                   Case{"sample", 7}}) {
+        SCOPED_TRACE(c.name);
+        stoSchema const* original = sto_system()->find_loaded_schema(stoSchemaID(c.name, c.version));
+        ASSERT_NE(original, nullptr);
+        original->finish();
+        std::string text = write_schema(original);
+        std::string diagnostics;
+        RebuiltFromFile* rebuilt = rebuild(text, &diagnostics);
+        ASSERT_NE(rebuilt, nullptr) << diagnostics;
+
+        EXPECT_EQ(rebuilt->name(), original->name());
+        EXPECT_EQ(rebuilt->version(), original->version());
+        EXPECT_EQ(rebuilt->in_memory(), 0);
+        EXPECT_EQ(rebuilt->system(), sto_system());
+        // The newest schema of that identity is the rebuilt one.
+        EXPECT_EQ(sto_system()->find_loaded_schema(stoSchemaID(c.name, c.version)), rebuilt);
+
+        std::vector<std::vector<std::string>> want = describe_schema(original);
+        std::vector<std::vector<std::string>> got = describe_schema(rebuilt);
+        ASSERT_EQ(got.size(), want.size());
+        for (std::size_t i = 0; i < want.size(); ++i)
+            EXPECT_EQ(got[i], want[i]) << "named type " << i;
+
+        // Every named type is the schema's own and found by its name; every
+        // class is a kind of its rebuilt bases.
+        stoSchemaIT it(rebuilt);
+        while (++it) {
+            EXPECT_EQ(rebuilt->look_up_object(it()->name()), it());
+            stoObjectPtr whole = it()->sto_object();
+            if (stoClass const* cls = stoClass::sto_dynamic_cast(whole.type(), whole.ptr())) {
+                EXPECT_EQ(it()->schema(), rebuilt);
+                for (stoBase const* b = cls->first_base(); b; b = b->next())
+                    EXPECT_TRUE(cls->is_compatible_with(b->base_class()->handle())) << cls->name().str();
+            }
+        }
+
+        EXPECT_EQ(write_schema(rebuilt), text);
+        delete rebuilt;
+        EXPECT_EQ(sto_system()->find_loaded_schema(stoSchemaID(c.name, c.version)), original);
+    }
+}
