@@ -31,8 +31,7 @@ Decoded decode_with(const stoEncoder& encoder, std::string_view input)
         std::memcpy(block.get(), input.data(), input.size());
     const char* cursor = block.get();
     const char* end = block.get() + input.size();
-    Decoded d;
-    d.out = utString("unchanged");
+    Decoded d{0, utString("unchanged"), 0};
     d.ok = encoder.encode_string(cursor, end, d.out);
     d.consumed = cursor - block.get();
     EXPECT_GE(d.consumed, 0);
@@ -53,16 +52,12 @@ std::string escape(std::string_view bytes)
     std::string out = "\"";
     for (char ch : bytes) {
         unsigned char b = static_cast<unsigned char>(ch);
-        if (b == '"' || b == '\\') {
-            out += '\\';
+        if (b == '"' || b == '\\')
+            out += {'\\', ch};
+        else if (b >= 0x20 && b <= 0x7E)
             out += ch;
-        } else if (b >= 0x20 && b <= 0x7E) {
-            out += ch;
-        } else {
-            out += "\\x";
-            out += digits[b >> 4];
-            out += digits[b & 15];
-        }
+        else
+            out += {'\\', 'x', digits[b >> 4], digits[b & 15]};
     }
     return out + "\"";
 }
@@ -78,6 +73,11 @@ std::string hex(const utString& s)
     return out;
 }
 
+std::string hex(const char* begin, const char* end)
+{
+    return hex(utString(utStringArray, begin, static_cast<int>(end - begin)));
+}
+
 // A code page that records its calls and can be told to fail.
 class CountingEncoding : public veIStringEncoding {
 public:
@@ -90,16 +90,14 @@ public:
     {
         ++decodes;
         veString s = veStringEncodingChooser::mb_encoding()->decode(text, failure);
-        if (fail_decode)
-            failure = 1;
+        failure |= fail_decode;
         return s;
     }
     utString encode(const veString& text, int& failure) const override
     {
         ++encodes;
         utString s = veStringEncodingChooser::mb_encoding()->encode(text, failure);
-        if (fail_encode)
-            failure = 1;
+        failure |= fail_encode;
         return s;
     }
     const char* name() const override { return "counting"; }
@@ -134,68 +132,72 @@ public:
 // stoNullEncoder: literals
 // ---------------------------------------------------------------------------
 
-TEST(EncodersLiteral, AtSignIsTheNullStringAndQuotesMakeEmptyOne)
+TEST(EncodersLiteral, DecodesToTheBytesOrAnswersZero)
 {
-    Decoded at = decode("@,rest");
-    EXPECT_EQ(at.ok, 1);
-    EXPECT_TRUE(at.out.is_null());
-    EXPECT_EQ(at.consumed, 1);
-
-    Decoded lone_at = decode("@");
-    EXPECT_EQ(lone_at.ok, 1);
-    EXPECT_TRUE(lone_at.out.is_null());
-
-    Decoded empty = decode("\"\"");
-    EXPECT_EQ(empty.ok, 1);
-    EXPECT_FALSE(empty.out.is_null());
-    EXPECT_EQ(empty.out.length(), 0);
-    EXPECT_EQ(empty.consumed, 2);
-}
-
-TEST(EncodersLiteral, PlainTextStopsAfterTheClosingQuote)
-{
-    Decoded d = decode("\"abc def\",\"next\"");
-    EXPECT_EQ(d.ok, 1);
-    EXPECT_EQ(d.out.str(), "abc def");
-    EXPECT_EQ(d.consumed, 9);
-}
-
-TEST(EncodersLiteral, EscapesDecodeToTheirBytes)
-{
+    constexpr const char* kNull = nullptr;  // the null string
     struct Case {
-        const char* literal;
-        std::string bytes;
-    };
-    const Case cases[] = {
-        {R"("\x41\"\\")", "A\"\\"},
-        {R"("\x4a")", "\x40"},      // a lower-case digit counts as 0
-        {R"("\xa4")", "\x04"},
-        {R"("\xG1")", "\x01"},
-        {R"("\q")", "q"},
-        {R"("\n")", "n"},           // no C escapes: just the letter
-        {R"("\x0A\x7F")", "\n\x7F"},
-        {R"("\xC3\xA9t")", "\xC3\xA9t"},
-        {R"("a\"b")", "a\"b"},
-        {R"("\\x41")", "\\x41"},    // an escaped backslash starts nothing
-        {R"("\x22")", "\""},
-        {R"("\x5C\x41")", "\\A"},
+        std::string_view literal;
+        int ok;
+        const char* bytes;       // on success
+        std::ptrdiff_t consumed; // -1: the whole literal
+    } cases[] = {
+        {"@,rest", 1, kNull, 1},
+        {"@", 1, kNull, 1},
+        {"\"\"", 1, "", 2},
+        {"\"abc def\",\"next\"", 1, "abc def", 9},
+        {R"("\x41\"\\")", 1, "A\"\\", -1},
+        {R"("\x4a")", 1, "\x40", -1},  // a lower-case digit counts as 0
+        {R"("\xa4")", 1, "\x04", -1},
+        {R"("\xG1")", 1, "\x01", -1},
+        {R"("\q")", 1, "q", -1},
+        {R"("\n")", 1, "n", -1},  // no C escapes: just the letter
+        {R"("\x0A\x7F")", 1, "\n\x7F", -1},
+        {R"("\xC3\xA9t")", 1, "\xC3\xA9t", -1},
+        {R"("a\"b")", 1, "a\"b", -1},
+        {R"("\\x41")", 1, "\\x41", -1},  // an escaped backslash starts nothing
+        {R"("\x22")", 1, "\"", -1},
+        {R"("\x5C\x41")", 1, "\\A", -1},
+        // After \x the next two characters are digits whatever they are, so a
+        // quote there does not end the literal; the byte is 0, which ends its
+        // chunk's text.
+        {R"("\x"")" "\"", 1, "", 6},
+        {R"("ab\x00cd")", 1, "ab", -1},
+        {"", 0, nullptr, 0},
+        {"abc", 0, nullptr, -1},  // no opening quote
+        {"'abc'", 0, nullptr, -1},
+        {" \"abc\"", 0, nullptr, -1},  // a space is not a quote
+        {"\"", 0, nullptr, -1},        // nothing after the quote
+        {"\"abc", 0, nullptr, -1},     // no closing quote
+        {"\"abc\\", 0, nullptr, -1},   // trailing backslash
+        {"\"abc\\\"", 0, nullptr, -1}, // the only quote is escaped
+        {"\"\\x", 0, nullptr, -1},     // \x at the end
+        {"\"\\x4", 0, nullptr, -1},    // one digit only
+        {"\"\\x4\"", 0, nullptr, -1},  // the quote is taken as the second digit
+        {"\"\\x41", 0, nullptr, -1},    // both digits, no closing quote
+        // What was read is left in the result, and the cursor at the end.
+        {"\"abc\\x41", 0, "abcA", 8},
     };
     for (const Case& c : cases) {
+        SCOPED_TRACE(c.literal);
         Decoded d = decode(c.literal);
-        EXPECT_EQ(d.ok, 1) << c.literal;
-        EXPECT_EQ(d.out.str(), c.bytes) << c.literal;
-        EXPECT_EQ(d.consumed, static_cast<std::ptrdiff_t>(std::strlen(c.literal))) << c.literal;
+        EXPECT_EQ(d.ok, c.ok);
+        if (c.ok || c.bytes) {
+            EXPECT_EQ(d.out.is_null(), c.bytes == nullptr);
+            EXPECT_EQ(d.out.str(), c.bytes ? c.bytes : "");
+        }
+        if (c.ok || c.consumed >= 0) {
+            EXPECT_EQ(d.consumed, c.consumed >= 0 ? c.consumed : static_cast<std::ptrdiff_t>(c.literal.size()));
+        }
     }
-}
 
-TEST(EncodersLiteral, HexDigitsMayBeQuotesOrBackslashes)
-{
-    // After \x the next two characters are digits whatever they are, so a
-    // quote there does not end the literal.
-    Decoded d = decode(R"("\x"")" "\"");
-    EXPECT_EQ(d.ok, 1);
-    EXPECT_EQ(d.out.length(), 0);  // the byte is 0, which ends its chunk's text
-    EXPECT_EQ(d.consumed, 6);
+    // Every proper prefix of a literal lacks its closing quote.
+    const std::string literal = R"("a\x41\"\\\qz")";
+    for (std::size_t n = 0; n < literal.size(); ++n) {
+        Decoded d = decode(std::string_view(literal).substr(0, n));
+        EXPECT_EQ(d.ok, 0) << n;
+        EXPECT_EQ(d.consumed, static_cast<std::ptrdiff_t>(n)) << n;
+    }
+    EXPECT_EQ(decode(literal).ok, 1);
 }
 
 TEST(EncodersLiteral, LongLiteralsComeBackWholeAcrossChunks)
@@ -210,22 +212,11 @@ TEST(EncodersLiteral, LongLiteralsComeBackWholeAcrossChunks)
     }
     // Escapes that straddle a chunk boundary.
     std::string text(79, 'x');
-    Decoded d = decode("\"" + text + "\\x41\\\"\\x42\"");
-    EXPECT_EQ(d.out.str(), text + "A\"B");
-}
+    EXPECT_EQ(decode("\"" + text + "\\x41\\\"\\x42\"").out.str(), text + "A\"B");
 
-TEST(EncodersLiteral, AnEscapedZeroEndsTheTextOfItsChunk)
-{
-    EXPECT_EQ(decode(R"("ab\x00cd")").out.str(), "ab");
-    // 200 bytes with a zero at 10: the first chunk of 80 keeps 10, the other
-    // two keep their 80 and 40.
-    std::string text(200, 'z');
-    std::string literal = "\"";
-    literal += text.substr(0, 10);
-    literal += "\\x00";
-    literal += text.substr(11);
-    literal += '"';
-    Decoded d = decode(literal);
+    // 200 bytes with an escaped zero at 10: the first chunk of 80 keeps 10,
+    // the other two keep their 80 and 40.
+    Decoded d = decode("\"" + std::string(10, 'z') + "\\x00" + std::string(189, 'z') + "\"");
     EXPECT_EQ(d.ok, 1);
     EXPECT_EQ(d.out.length(), 10 + 80 + 40);
 }
@@ -262,44 +253,6 @@ TEST(EncodersLiteral, NothingToReadAnswersZeroWithoutMoving)
     cursor = text;
     EXPECT_EQ(encoder.encode_string(cursor, nullptr, out), 0);
     EXPECT_EQ(cursor, text);
-    EXPECT_EQ(decode("").ok, 0);
-}
-
-TEST(EncodersLiteral, MalformedLiteralsAnswerZero)
-{
-    const char* cases[] = {
-        "abc",          // no opening quote
-        "'abc'",
-        " \"abc\"",     // a space is not a quote
-        "\"",           // nothing after the quote
-        "\"abc",        // no closing quote
-        "\"abc\\",      // trailing backslash
-        "\"abc\\\"",    // the only quote is escaped
-        "\"\\x",        // \x at the end
-        "\"\\x4",       // one digit only
-        "\"\\x4\"",     // the quote is taken as the second digit
-        "\"\\x41",      // both digits, no closing quote
-    };
-    for (const char* c : cases) {
-        Decoded d = decode(c);
-        EXPECT_EQ(d.ok, 0) << c;
-    }
-    // What was read is left in the result, and the cursor at the end.
-    Decoded d = decode("\"abc\\x41");
-    EXPECT_EQ(d.out.str(), "abcA");
-    EXPECT_EQ(d.consumed, 8);
-}
-
-TEST(EncodersLiteral, TheClosingQuoteMustLieBeforeTheEnd)
-{
-    // Every proper prefix of a literal lacks its closing quote.
-    const std::string literal = R"("a\x41\"\\\qz")";
-    for (std::size_t n = 0; n < literal.size(); ++n) {
-        Decoded d = decode(std::string_view(literal).substr(0, n));
-        EXPECT_EQ(d.ok, 0) << n;
-        EXPECT_EQ(d.consumed, static_cast<std::ptrdiff_t>(n)) << n;
-    }
-    EXPECT_EQ(decode(literal).ok, 1);
 }
 
 TEST(EncodersLiteral, RandomInputNeverReadsPastTheEnd)
@@ -327,51 +280,56 @@ TEST(EncodersLiteral, RandomInputNeverReadsPastTheEnd)
 // stoEncodeEitherToLocal and stoEncodeEitherToANSI
 // ---------------------------------------------------------------------------
 
-TEST(EncodersEither, DefaultConvertsCodePageTextAndLeavesUtf8Alone)
+TEST(EncodersEither, DefaultsConvertByUtf8Validity)
 {
     stoEncodeEitherToLocal local;
     ASSERT_NE(local.string_encoder(), nullptr);
     EXPECT_EQ(typeid(*local.string_encoder()), typeid(stoOrmidStringEncoder));
+    stoEncodeEitherToANSI ansi(nullptr);
+    ASSERT_NE(ansi.string_encoder(), nullptr);
+    ASSERT_EQ(typeid(*ansi.string_encoder()), typeid(stoAnsiStringEncoder));
+    EXPECT_EQ(static_cast<const stoAnsiStringEncoder*>(ansi.string_encoder())->local(),
+              veStringEncodingChooser::mb_encoding());
 
     struct Case {
+        const stoEncoder& encoder;
         const char* literal;
-        const char* hex;
-    };
-    const Case cases[] = {
-        {R"("caf\xE9")", "636166C3A9"},           // Windows-1252 e-acute
-        {R"("\x80")", "E282AC"},                  // euro sign
-        {R"("\x9F")", "C5B8"},                    // Y with diaeresis
-        {R"("caf\xC3\xA9")", "636166C3A9"},       // already UTF-8
-        {R"("\xE2\x82\xAC")", "E282AC"},
-        {R"("\x81")", "C281"},                    // undefined: read as Latin-1
-        {R"("\x80\x81")", "C280C281"},            // one undefined byte: all Latin-1
-        {R"("\xED\xA0\x80")", "EDA080"},          // passes the UTF-8 test
-        {R"("\xC0\x80")", "C380E282AC"},          // overlong: code page text
-        {R"("plain")", "706C61696E"},
+        const char* hex;  // null: the null string; "-": fails
+    } cases[] = {
+        {local, R"("caf\xE9")", "636166C3A9"},      // Windows-1252 e-acute
+        {local, R"("\x80")", "E282AC"},             // euro sign
+        {local, R"("\x9F")", "C5B8"},               // Y with diaeresis
+        {local, R"("caf\xC3\xA9")", "636166C3A9"},  // already UTF-8
+        {local, R"("\xE2\x82\xAC")", "E282AC"},
+        {local, R"("\x81")", "C281"},               // undefined: read as Latin-1
+        {local, R"("\x80\x81")", "C280C281"},       // one undefined byte: all Latin-1
+        {local, R"("\xED\xA0\x80")", "EDA080"},     // passes the UTF-8 test
+        {local, R"("\xC0\x80")", "C380E282AC"},     // overlong: code page text
+        {local, R"("plain")", "706C61696E"},
+        {local, "\"\"", ""},
+        {local, "@", nullptr},
+        {local, "\"abc", "-"},
+        {local, "x", "-"},
+        {local, "", "-"},
+        {ansi, R"("caf\xC3\xA9")", "636166E9"},     // UTF-8 to Windows-1252
+        {ansi, R"("\xE2\x82\xAC")", "80"},
+        {ansi, R"("caf\xE9")", "636166E9"},         // already code page
+        {ansi, R"("\xE4\xB8\xAD")", "E4B8AD"},      // not representable: unchanged
+        {ansi, R"("plain")", "706C61696E"},
     };
     for (const Case& c : cases) {
-        Decoded d = decode_with(local, c.literal);
-        EXPECT_EQ(d.ok, 1) << c.literal;
-        EXPECT_EQ(hex(d.out), c.hex) << c.literal;
+        SCOPED_TRACE(c.literal);
+        Decoded d = decode_with(c.encoder, c.literal);
+        bool fails = c.hex && std::strcmp(c.hex, "-") == 0;
+        EXPECT_EQ(d.ok, fails ? 0 : 1);
+        if (fails)
+            continue;
+        EXPECT_EQ(d.out.is_null(), c.hex == nullptr);
+        EXPECT_EQ(hex(d.out), c.hex ? c.hex : "");
     }
 }
 
-TEST(EncodersEither, NullEmptyAndFailuresPassThrough)
-{
-    stoEncodeEitherToLocal local;
-    Decoded at = decode_with(local, "@");
-    EXPECT_EQ(at.ok, 1);
-    EXPECT_TRUE(at.out.is_null());
-    Decoded empty = decode_with(local, "\"\"");
-    EXPECT_EQ(empty.ok, 1);
-    EXPECT_FALSE(empty.out.is_null());
-    EXPECT_EQ(empty.out.length(), 0);
-    EXPECT_EQ(decode_with(local, "\"abc").ok, 0);
-    EXPECT_EQ(decode_with(local, "x").ok, 0);
-    EXPECT_EQ(decode_with(local, "").ok, 0);
-}
-
-TEST(EncodersEither, GivenEncoderIsChosenByUtf8ValidityAndNotOwned)
+TEST(EncodersEither, GivenEncodersAreUsedAndNotOwned)
 {
     TaggingStringEncoder tagging;
     {
@@ -388,36 +346,7 @@ TEST(EncodersEither, GivenEncoderIsChosenByUtf8ValidityAndNotOwned)
     }
     EXPECT_EQ(tagging.utf8_calls, 2);
     EXPECT_EQ(tagging.other_calls, 2);
-}
 
-TEST(EncodersEither, AnsiEncoderTurnsUtf8IntoTheCodePage)
-{
-    stoEncodeEitherToANSI ansi(nullptr);
-    ASSERT_NE(ansi.string_encoder(), nullptr);
-    ASSERT_EQ(typeid(*ansi.string_encoder()), typeid(stoAnsiStringEncoder));
-    EXPECT_EQ(static_cast<const stoAnsiStringEncoder*>(ansi.string_encoder())->local(),
-              veStringEncodingChooser::mb_encoding());
-
-    struct Case {
-        const char* literal;
-        const char* hex;
-    };
-    const Case cases[] = {
-        {R"("caf\xC3\xA9")", "636166E9"},         // UTF-8 to Windows-1252
-        {R"("\xE2\x82\xAC")", "80"},
-        {R"("caf\xE9")", "636166E9"},             // already code page
-        {R"("\xE4\xB8\xAD")", "E4B8AD"},          // not representable: unchanged
-        {R"("plain")", "706C61696E"},
-    };
-    for (const Case& c : cases) {
-        Decoded d = decode_with(ansi, c.literal);
-        EXPECT_EQ(d.ok, 1) << c.literal;
-        EXPECT_EQ(hex(d.out), c.hex) << c.literal;
-    }
-}
-
-TEST(EncodersEither, AnsiEncoderUsesTheGivenEncoding)
-{
     CountingEncoding counting;
     stoEncodeEitherToANSI ansi(&counting);
     EXPECT_EQ(hex(decode_with(ansi, R"("\xC3\xA9")").out), "E9");
@@ -438,13 +367,8 @@ TEST(EncodersStrings, OrmidDecodesTheSourceOrFallsBackToLatin1)
     utString same = ormid.utf8_to_local(utf8);
     EXPECT_EQ(same.share_count(), 2);  // the very same buffer
     EXPECT_EQ(hex(ormid.non_utf8_to_local(utString("\xE9t\x80"))), "C3A974E282AC");
-    for (unsigned char b : {0x81, 0x8D, 0x8F, 0x90, 0x9D}) {
-        char text[2] = {static_cast<char>(b), 0};
-        utString out = ormid.non_utf8_to_local(utString(text));
-        EXPECT_EQ(out.length(), 2) << int(b);
-        EXPECT_EQ(static_cast<unsigned char>(out[0]), 0xC2) << int(b);
-        EXPECT_EQ(static_cast<unsigned char>(out[1]), b) << int(b);
-    }
+    for (const char* undefined : {"\x81", "\x8D", "\x8F", "\x90", "\x9D"})
+        EXPECT_EQ(hex(ormid.non_utf8_to_local(utString(undefined))), "C2" + hex(utString(undefined)));
     utString arg("\xE9");
     ormid.non_utf8_to_local(arg);
     EXPECT_EQ(hex(arg), "E9");  // the argument never changes
@@ -492,24 +416,19 @@ TEST(EncodersStrings, VeltraConvertsBothWaysAndKeepsWhatItCannotEncode)
     EXPECT_EQ(hex(to_utf8.non_utf8_to_local(utString("\xE9\x80"))), "C3A9E282AC");
     EXPECT_EQ(hex(to_utf8.non_utf8_to_local(utString("\x81"))), "C281");
     EXPECT_EQ(hex(to_utf8.utf8_to_local(utString("\xE2\x82\xAC"))), "E282AC");
-}
 
-TEST(EncodersStrings, TheLastPlatformCallDecidesTheOutcome)
-{
-    // The decoding fails, the Latin-1 reading replaces it, and the encoding
-    // that follows succeeds: the conversion succeeds.
+    // The last platform call decides: a failed decoding is replaced by the
+    // Latin-1 reading, and the encoding that follows succeeds.
     CountingEncoding failing_source;
     failing_source.fail_decode = true;
-    stoVeltraStringEncoder veltra(veStringEncodingChooser::ut_encoding(), &failing_source);
+    stoVeltraStringEncoder veltra(ut, &failing_source);
     EXPECT_EQ(hex(veltra.non_utf8_to_local(utString("\x80"))), "C280");
     EXPECT_EQ(failing_source.decodes, 1);
-
-    stoOrmidStringEncoder ormid(&failing_source);
-    EXPECT_EQ(hex(ormid.non_utf8_to_local(utString("\x80"))), "C280");
+    EXPECT_EQ(hex(stoOrmidStringEncoder(&failing_source).non_utf8_to_local(utString("\x80"))), "C280");
 
     CountingEncoding failing_local;
     failing_local.fail_encode = true;
-    stoVeltraStringEncoder keeps(&failing_local, veStringEncodingChooser::mb_encoding());
+    stoVeltraStringEncoder keeps(&failing_local, mb);
     EXPECT_EQ(hex(keeps.non_utf8_to_local(utString("\xE9"))), "E9");
     EXPECT_EQ(hex(keeps.utf8_to_local(utString("ab"))), "6162");
     EXPECT_EQ(failing_local.encodes, 2);
@@ -519,46 +438,41 @@ TEST(EncodersStrings, TheLastPlatformCallDecidesTheOutcome)
 // stoStringEncodingChooser
 // ---------------------------------------------------------------------------
 
-TEST(EncodersChooser, DefaultsFillTheMissingEncodings)
+TEST(EncodersChooser, DefaultsFillTheMissingEncodingsAndTypeSelectsTheEncoder)
 {
     const veIStringEncoding* mb = veStringEncodingChooser::mb_encoding();
     const veIStringEncoding* ut = veStringEncodingChooser::ut_encoding();
     CountingEncoding other;
+    struct Case {
+        const veIStringEncoding* local;
+        const veIStringEncoding* source;
+        stoEncoderType type;
+        const veIStringEncoding* chosen_local;
+        const veIStringEncoding* chosen_source;
+    } cases[] = {
+        {nullptr, nullptr, stoEncoderDefault, ut, mb},
+        {nullptr, nullptr, stoEncoderANSI, mb, mb},
+        {nullptr, &other, stoEncoderANSI, &other, &other},
+        {nullptr, &other, stoEncoderConvert, ut, &other},
+        {&other, nullptr, stoEncoderANSI, &other, mb},
+    };
+    for (const Case& c : cases) {
+        stoStringEncodingChooser chooser(c.local, c.source, c.type);
+        EXPECT_EQ(chooser.local(), c.chosen_local) << c.type;
+        EXPECT_EQ(chooser.source(), c.chosen_source) << c.type;
+    }
+    EXPECT_EQ(stoStringEncodingChooser(nullptr, nullptr, stoEncoderDefault).type(), stoEncoderUTF8);
 
-    stoStringEncodingChooser d(nullptr, nullptr, stoEncoderDefault);
-    EXPECT_EQ(d.type(), stoEncoderUTF8);
-    EXPECT_EQ(d.source(), mb);
-    EXPECT_EQ(d.local(), ut);
-
-    stoStringEncodingChooser a(nullptr, nullptr, stoEncoderANSI);
-    EXPECT_EQ(a.source(), mb);
-    EXPECT_EQ(a.local(), mb);
-
-    stoStringEncodingChooser a2(nullptr, &other, stoEncoderANSI);
-    EXPECT_EQ(a2.local(), &other);
-
-    stoStringEncodingChooser c(nullptr, &other, stoEncoderConvert);
-    EXPECT_EQ(c.source(), &other);
-    EXPECT_EQ(c.local(), ut);
-
-    stoStringEncodingChooser given(&other, nullptr, stoEncoderANSI);
-    EXPECT_EQ(given.local(), &other);
-    EXPECT_EQ(given.source(), mb);
-}
-
-TEST(EncodersChooser, TypeSelectsTheEncoderAndItsEncodings)
-{
-    CountingEncoding local;
-    CountingEncoding source;
+    CountingEncoding local, source;
     auto make = [&](int type) {
         return stoIStringEncodercoPrg(
             stoStringEncodingChooser(&local, &source, static_cast<stoEncoderType>(type)).encoding(utPtrRelease));
     };
-    stoIStringEncodercoPrg e0 = make(0);
-    ASSERT_EQ(typeid(*e0), typeid(stoOrmidStringEncoder));
-    EXPECT_EQ(static_cast<stoOrmidStringEncoder*>(e0.get())->source(), &source);
-    stoIStringEncodercoPrg e1 = make(1);
-    EXPECT_EQ(typeid(*e1), typeid(stoOrmidStringEncoder));
+    for (int type : {0, 1}) {
+        stoIStringEncodercoPrg e = make(type);
+        ASSERT_EQ(typeid(*e), typeid(stoOrmidStringEncoder));
+        EXPECT_EQ(static_cast<stoOrmidStringEncoder*>(e.get())->source(), &source);
+    }
     stoIStringEncodercoPrg e2 = make(2);
     ASSERT_EQ(typeid(*e2), typeid(stoAnsiStringEncoder));
     EXPECT_EQ(static_cast<stoAnsiStringEncoder*>(e2.get())->local(), &local);
@@ -577,18 +491,13 @@ TEST(EncodersChooser, TypeSelectsTheEncoderAndItsEncodings)
 TEST(EncodersUtf8, WidthsMasksAndCodeRanges)
 {
     stoUTF8Helper h;
-    EXPECT_EQ(h.tail_mask(), 0x80);
-    EXPECT_EQ(h.is_tail_byte(0x80), 1);
-    EXPECT_EQ(h.is_tail_byte(0xBF), 1);
-    EXPECT_EQ(h.is_tail_byte(0xC0), 0);
-    EXPECT_EQ(h.is_tail_byte(0x7F), 0);
-    EXPECT_EQ(h.is_lead_byte(0xC3), 1);
-    EXPECT_EQ(h.is_lead_byte(0x85), 0);
-
-    const std::pair<int, unsigned> masks[] = {{0, 0}, {1, 0}, {2, 0xC0}, {3, 0xE0}, {4, 0xF0},
-                                              {5, 0xF8}, {6, 0xFC}, {7, 0xFE}, {8, 0xFF}};
-    for (auto [w, mask] : masks)
-        EXPECT_EQ(h.lead_mask_for_width(w), mask) << w;
+    for (unsigned b = 0; b < 256; ++b) {
+        EXPECT_EQ(h.is_tail_byte(static_cast<unsigned char>(b)), b >= 0x80 && b < 0xC0) << b;
+        EXPECT_EQ(h.is_lead_byte(static_cast<unsigned char>(b)), b < 0x80 || b >= 0xC0) << b;
+    }
+    const unsigned masks[] = {0, 0, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC, 0xFE, 0xFF};
+    for (int w = 0; w <= 8; ++w)
+        EXPECT_EQ(h.lead_mask_for_width(w), masks[w]) << w;
 
     const unsigned long long n[] = {0x80, 0x800, 0x10000, 0x200000, 0x4000000, 0x80000000ull};
     for (int w = 1; w <= 6; ++w) {
@@ -597,48 +506,35 @@ TEST(EncodersUtf8, WidthsMasksAndCodeRanges)
     }
 
     const std::pair<unsigned, int> widths[] = {
-        {0, 1},        {0x7F, 1},      {0x80, 2},        {0x7FF, 2},        {0x800, 3},
-        {0xFFFF, 3},   {0x10000, 4},   {0x1FFFFF, 4},    {0x200000, 5},     {0x3FFFFFF, 5},
+        {0, 1},         {0x7F, 1},       {0x80, 2},        {0x7FF, 2},     {0x800, 3},
+        {0xFFFF, 3},    {0x10000, 4},    {0x1FFFFF, 4},    {0x200000, 5},  {0x3FFFFFF, 5},
         {0x4000000, 6}, {0x7FFFFFFF, 6}, {0x80000000u, 7}, {0xFFFFFFFFu, 7},
     };
     for (auto [code, w] : widths)
         EXPECT_EQ(h.width_for_character(code), w) << std::hex << code;
 
-    const std::pair<unsigned char, int> leads[] = {{0x41, 1}, {0x80, 1}, {0xC3, 2}, {0xE2, 3},
-                                                   {0xF0, 4}, {0xF8, 5}, {0xFC, 6}, {0xFE, 7}, {0xFF, 8}};
+    const std::pair<unsigned char, int> leads[] = {{0x41, 1}, {0x80, 1}, {0xC3, 2}, {0xE2, 3}, {0xF0, 4},
+                                                   {0xF8, 5}, {0xFC, 6}, {0xFE, 7}, {0xFF, 8}};
     for (auto [b, w] : leads)
         EXPECT_EQ(h.width_from_lead_byte(b), w) << int(b);
 }
 
-TEST(EncodersUtf8, EncodeWritesTheKnownByteSequences)
+TEST(EncodersUtf8, EncodeAndScan)
 {
-    struct Row {
-        unsigned int code;
-        const char* hex;
-    };
-    const Row rows[] = {
-        {0x41, "41"},           {0x7F, "7F"},           {0x80, "C280"},
-        {0xE9, "C3A9"},         {0x7FF, "DFBF"},        {0x800, "E0A080"},
-        {0x20AC, "E282AC"},     {0xFFFF, "EFBFBF"},     {0x10000, "F0908080"},
+    const std::pair<unsigned, const char*> rows[] = {
+        {0x41, "41"},           {0x7F, "7F"},             {0x80, "C280"},
+        {0xE9, "C3A9"},         {0x7FF, "DFBF"},          {0x800, "E0A080"},
+        {0x20AC, "E282AC"},     {0xFFFF, "EFBFBF"},       {0x10000, "F0908080"},
         {0x10FFFF, "F48FBFBF"}, {0x200000, "F888808080"}, {0x7FFFFFFF, "FDBFBFBFBFBF"},
     };
     stoUTF8Helper h;
-    for (const Row& r : rows) {
-        char buf[8] = {};
-        char* after = h.encode(r.code, buf);
-        EXPECT_EQ(hex(utString(utStringArray, buf, static_cast<int>(after - buf))), r.hex) << std::hex << r.code;
-    }
     char buf[8] = {};
-    char* after = h.encode_in_width(0x41, buf, 2);  // an overlong form on request
-    EXPECT_EQ(hex(utString(utStringArray, buf, static_cast<int>(after - buf))), "C181");
+    for (auto [code, expected] : rows)
+        EXPECT_EQ(hex(buf, h.encode(code, buf)), expected) << std::hex << code;
+    EXPECT_EQ(hex(buf, h.encode_in_width(0x41, buf, 2)), "C181");  // an overlong form on request
     EXPECT_EQ(h.encode_in_width(0x41, buf, 0), buf);
-}
 
-TEST(EncodersUtf8, ScanReadsBackEveryEncodedCharacter)
-{
-    stoUTF8Helper h;
     for (unsigned int code = 0; code < 0x110000; code += (code < 0x1000 ? 1 : 97)) {
-        char buf[8];
         char* after = h.encode(code, buf);
         const char* cursor = buf;
         unsigned int back = 0xDEAD;
@@ -646,11 +542,8 @@ TEST(EncodersUtf8, ScanReadsBackEveryEncodedCharacter)
         ASSERT_EQ(back, code);
         ASSERT_EQ(cursor, after);
     }
-}
 
-TEST(EncodersUtf8, ScanSequenceStopsAtTheEndAndAtBadBytes)
-{
-    stoUTF8Helper h;
+    // scan_sequence stops at the end and at bad bytes.
     unsigned int code = 0;
     const char text[] = "\xE2\x82\xAC";
     const char* cursor = text;
@@ -661,7 +554,6 @@ TEST(EncodersUtf8, ScanSequenceStopsAtTheEndAndAtBadBytes)
     cursor = text + 1;
     EXPECT_EQ(h.scan_sequence(cursor, text + 3, code), 0);  // starts with a tail byte
     EXPECT_EQ(cursor, text + 2);
-
     // An overlong form is a sequence but not a character.
     const char overlong[] = "\xC0\x80";
     cursor = overlong;
@@ -669,7 +561,6 @@ TEST(EncodersUtf8, ScanSequenceStopsAtTheEndAndAtBadBytes)
     EXPECT_EQ(code, 0u);
     cursor = overlong;
     EXPECT_EQ(h.scan_character(cursor, overlong + 2, code), 0);
-
     const char not_tail[] = "\xC3\x41";
     cursor = not_tail;
     EXPECT_EQ(h.scan_sequence(cursor, not_tail + 2, code), 0);
@@ -686,24 +577,14 @@ TEST(EncodersUtf8, ValidUtf8AcceptsWellFormedTextAndSurrogatesOnly)
     EXPECT_EQ(converter.valid_utf8(nullptr), 1);
 
     const char* rejected[] = {
-        "\x80",                          // lone tail byte
-        "a\xBF",
-        "\xC0\x80",                      // overlong
-        "\xC1\xBF",
-        "\xE0\x80\x80",
-        "\xF0\x80\x80\x80",
-        "\xE2\x82",                      // cut short
-        "\xE2\x82z",
-        "\xC3",
-        "\xF4\x90\x80\x80",              // 0x110000
-        "\xF7\xBF\xBF\xBF",
-        "\xF8\x88\x80\x80\x80",          // five bytes, 0x200000
-        "\xFC\x84\x80\x80\x80\x80",
-        "\xFE\x80\x80\x80\x80\x80\x80",  // seven bytes
-        "\xFE\x82\x80\x80\x80\x80\x80",  // seven bytes, 0x80000000
-        "\xFF\x80\x80\x80\x80\x80\x80\x80",
-        "\xFF",
-        "\xE9t\xC3\xA9",                 // code page text
+        "\x80", "a\xBF",                                        // lone tail bytes
+        "\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xF0\x80\x80\x80",  // overlong
+        "\xE2\x82", "\xE2\x82z", "\xC3",                       // cut short
+        "\xF4\x90\x80\x80", "\xF7\xBF\xBF\xBF",                // 0x110000 and up
+        "\xF8\x88\x80\x80\x80", "\xFC\x84\x80\x80\x80\x80",    // five and six bytes
+        "\xFE\x80\x80\x80\x80\x80\x80", "\xFE\x82\x80\x80\x80\x80\x80",  // seven bytes
+        "\xFF\x80\x80\x80\x80\x80\x80\x80", "\xFF",
+        "\xE9t\xC3\xA9",  // code page text
     };
     for (const char* t : rejected)
         EXPECT_EQ(converter.valid_utf8(t), 0) << hex(utString(t));
