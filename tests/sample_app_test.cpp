@@ -138,11 +138,6 @@ TEST(SampleSchemas, EveryClassRegistersInItsOwnSchemaAndVersion)
         }
     }
     EXPECT_GE(application_classes, 40);
-    // Registration happens once: the schema functions answer the same schema.
-    EXPECT_EQ(sto_schema_annotation(), expected[0].schema);
-    EXPECT_EQ(sto_class_annNote()->schema(), sto_schema_annotation());
-    EXPECT_EQ(sto_class_gdtDatum()->schema(), sto_schema_gdandtol());
-    EXPECT_EQ(sto_class_vniSite()->schema(), sto_schema_vornetinput());
 }
 
 TEST(SampleSchemas, EveryDescriptionFitsItsClassAndEveryObjectKnowsItsClass)
@@ -249,16 +244,12 @@ TEST(SampleSchemas, EveryMemberKindAppearsSomewhere)
 TEST(SampleSchemas, SecondBasesSitAtTheirRealOffsets)
 {
     annNote note;
-    int at = offset_of_base<annAttachable>(note);
-    ASSERT_GT(at, 0);
-    EXPECT_EQ(bases_of(sto_class_annNote()),
-              (std::vector<std::string>{"annNamedItem@0", "annAttachable@" + std::to_string(at)}));
-
     gdtFeatureControlFrame frame;
-    at = offset_of_base<annAttachable>(frame);
-    ASSERT_GT(at, 0);
-    EXPECT_EQ(bases_of(sto_class_gdtFeatureControlFrame()),
-              (std::vector<std::string>{"annNamedItem@0", "annAttachable@" + std::to_string(at)}));
+    for (auto [c, at] : {std::pair{sto_class_annNote(), offset_of_base<annAttachable>(note)},
+                         std::pair{sto_class_gdtFeatureControlFrame(), offset_of_base<annAttachable>(frame)}}) {
+        ASSERT_GT(at, 0);
+        EXPECT_EQ(bases_of(c), (std::vector<std::string>{"annNamedItem@0", "annAttachable@" + std::to_string(at)}));
+    }
 
     // Seen through its second base, a balloon is still found whole.
     annBalloon balloon;
@@ -324,9 +315,8 @@ TEST(SampleMappers, ItemListShowsItsCountFieldAndStorageAndKeepsElementsInPlace)
     {
         annItemList list;
         for (int i = 0; i < 3; ++i) {
-            annCentreMark* mark = new annCentreMark();
-            mark->m_id = i;
-            list.append(coPrf<annNamedItem>(mark));
+            list.append(coPrf<annNamedItem>(new annCentreMark()));
+            list[i]->m_id = i;
         }
         EXPECT_EQ(mapper->container_size(&list), 3);
         // The fields the mapper reports are where the class description puts them.
