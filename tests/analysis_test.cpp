@@ -12,7 +12,7 @@ stoSchema* sto_schema_alz()
 {
     static stoSchema* s_schema = nullptr;
     if (!s_schema)
-        s_schema = sto_system()->save(new stoSchema("analysis_test", 1));
+        s_schema = sto_system()->save(new stoSchema("analysis_test", 3));
     return s_schema;
 }
 
@@ -264,15 +264,19 @@ TEST(Analysis, OnlyStubbableObjectsOutsideTheGraphBecomeStubs)
     delete value;
 }
 
-TEST(Analysis, AMemberOutsideTheGraphIsNamedByItsPath)
+// A member, or a class in a type handle, outside the graph: one chain of
+// stubs from the system down, shared by both.
+TEST(Analysis, MembersAndClassesOutsideTheGraphAreNamedByTheirPath)
 {
     stoClassMemberIT it(sto_class_alzLeaf());
     ASSERT_TRUE(++it);
     alzRoot root;
     root.m_member = it();
+    root.m_handle = sto_type_alzLeaf();
     stoAnalyser a;
     stoValue* value = a.raw_to_value(sto_type_alzRoot(), &root);
     a.stub_dangling_pointers();
+    EXPECT_EQ(a.number_of_dangling_pointers(), 0);
     stoStub const* m = sto_as_stub(pointer(value, "m_member")->pointee());
     ASSERT_NE(m, nullptr);
     EXPECT_TRUE(m->type() == sto_type_stoMember());
@@ -281,13 +285,14 @@ TEST(Analysis, AMemberOutsideTheGraphIsNamedByItsPath)
     ASSERT_NE(cls, nullptr);
     EXPECT_TRUE(cls->type() == sto_type_stoClass());
     EXPECT_EQ(string_of(cls->id()), "alzLeaf");
+    EXPECT_EQ(pointer(value, "m_handle")->pointee(), cls);
     stoStub const* schema = sto_as_stub(cls->parent());
     ASSERT_NE(schema, nullptr);
     utString name;
     int version = 0;
     stoValueUtils(schema->id()).find_schema_name_version(name, version);
     EXPECT_EQ(name, "analysis_test");
-    EXPECT_EQ(version, 1);
+    EXPECT_EQ(version, 3);  // not the system's version, 1
     stoStub const* system = sto_as_stub(schema->parent());
     ASSERT_NE(system, nullptr);
     EXPECT_TRUE(system->type() == sto_type_stoSystem());

@@ -1,5 +1,5 @@
 // Live objects to values and back: sharing, ownership, late plain pointers,
-// cycles, stubs for meta objects outside the graph, and failures part-way.
+// cycles, a class outside the graph, and failures part-way.
 #include "test_support.h"
 
 #include <gtest/gtest.h>
@@ -174,33 +174,6 @@ TEST(Conversion, SharingOwnershipAndCyclesRoundTrip)
         EXPECT_TRUE(copy.m_kind.is_null());
     }
     EXPECT_EQ(g_live_leaves, before);
-}
-
-TEST(Conversion, ClassesOutsideTheGraphBecomeStubChains)
-{
-    cnvRoot root;
-    root.m_kind = sto_type_cnvLeaf();
-    Analysed a(sto_type_cnvRoot(), &root);
-    stoPtrValue const* kind = sto_as_ptr(member(a.root, "cnvRoot", "m_kind"));
-    stoStub const* cls = sto_as_stub(kind->pointee());
-    ASSERT_NE(cls, nullptr);
-    EXPECT_TRUE(cls->type() == sto_type_stoClass());
-    EXPECT_EQ(dynamic_cast<stoStringValue const*>(cls->id())->value(), "cnvLeaf");
-    stoStub const* schema = sto_as_stub(cls->parent());
-    ASSERT_NE(schema, nullptr);
-    EXPECT_TRUE(schema->type() == sto_type_stoSchema());
-    utString name;
-    int version = 0;
-    stoValueUtils(schema->id()).find_schema_name_version(name, version);
-    EXPECT_EQ(name, "conversion_test");
-    EXPECT_EQ(version, 4);
-    stoStub const* system = sto_as_stub(schema->parent());
-    ASSERT_NE(system, nullptr);
-    EXPECT_EQ(system->parent(), nullptr);
-    EXPECT_EQ(dynamic_cast<stoIntValue const*>(system->id())->value(), 1);
-    // The store's own type handle inside the class object is untouched: the
-    // graph did not own the class.
-    EXPECT_EQ(a.analyser.number_of_dangling_pointers(), 0);
 }
 
 TEST(Conversion, AnUnsavedSchemaFailsSynthesisWithoutLeaks)

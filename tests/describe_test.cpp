@@ -195,9 +195,7 @@ TEST(Describe, ArraysCountFromTheLiveObject)
 {
     stoClass const* c = sto_class_dscItem();
     dscItem item;
-    double values[4] = {1, 2, 3, 4};
     int rows[3] = {7, 8, 9};
-    item.m_values = nullptr;
     item.m_n_values = 4;
     item.m_rows = rows;
 
@@ -217,7 +215,6 @@ TEST(Describe, ArraysCountFromTheLiveObject)
         ++seen;
     }
     EXPECT_EQ(seen, 2);
-    (void)values;
     item.m_rows = nullptr;
 }
 

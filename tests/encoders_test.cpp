@@ -491,6 +491,7 @@ TEST(EncodersChooser, DefaultsFillTheMissingEncodingsAndTypeSelectsTheEncoder)
 TEST(EncodersUtf8, WidthsMasksAndCodeRanges)
 {
     stoUTF8Helper h;
+    EXPECT_EQ(h.tail_mask(), 0x80);
     for (unsigned b = 0; b < 256; ++b) {
         EXPECT_EQ(h.is_tail_byte(static_cast<unsigned char>(b)), b >= 0x80 && b < 0xC0) << b;
         EXPECT_EQ(h.is_lead_byte(static_cast<unsigned char>(b)), b < 0x80 || b >= 0xC0) << b;
