@@ -8,13 +8,7 @@
 
 namespace {
 
-stoSchema* sto_schema_alz()
-{
-    static stoSchema* s_schema = nullptr;
-    if (!s_schema)
-        s_schema = sto_system()->save(new stoSchema("analysis_test", 3));
-    return s_schema;
-}
+stoSchema* sto_schema_alz() { return sto_test::saved_schema("analysis_test", 3); }
 
 }  // namespace
 

@@ -13,13 +13,7 @@
 
 namespace {
 
-stoSchema* sto_schema_arrtest()
-{
-    static stoSchema* s_schema = nullptr;
-    if (!s_schema)
-        s_schema = sto_system()->save(new stoSchema("array_types_test", 1));
-    return s_schema;
-}
+stoSchema* sto_schema_arrtest() { return sto_test::saved_schema("array_types_test", 1); }
 
 int g_deaths;
 

@@ -8,13 +8,7 @@
 
 namespace {
 
-stoSchema* sto_schema_conv()
-{
-    static stoSchema* s_schema = nullptr;
-    if (!s_schema)
-        s_schema = sto_system()->save(new stoSchema("conversion_test", 4));
-    return s_schema;
-}
+stoSchema* sto_schema_conv() { return sto_test::saved_schema("conversion_test", 4); }
 
 int g_live_leaves = 0;
 

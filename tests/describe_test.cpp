@@ -14,13 +14,7 @@ using sto_test::table_of;
 
 namespace {
 
-stoSchema* sto_schema_dsc()
-{
-    static stoSchema* s_schema = nullptr;
-    if (!s_schema)
-        s_schema = sto_system()->save(new stoSchema("describe_test", 2));
-    return s_schema;
-}
+stoSchema* sto_schema_dsc() { return sto_test::saved_schema("describe_test", 2); }
 
 int g_builds_of_node = 0;
 int g_live_nodes = 0;

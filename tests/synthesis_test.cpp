@@ -10,13 +10,7 @@
 
 namespace {
 
-stoSchema* sto_schema_snt()
-{
-    static stoSchema* s_schema = nullptr;
-    if (!s_schema)
-        s_schema = sto_system()->save(new stoSchema("synthesis_test", 1));
-    return s_schema;
-}
+stoSchema* sto_schema_snt() { return sto_test::saved_schema("synthesis_test", 1); }
 
 int g_live_leaves = 0;
 int g_model_to_opaque_calls = 0;

@@ -3,10 +3,22 @@
 
 #include <sto.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
 namespace sto_test {
+
+// A schema saved in the system on first use and kept for the whole run, for
+// the classes a test file describes with the macros.
+inline stoSchema* saved_schema(char const* name, int version)
+{
+    static std::map<std::string, stoSchema*> saved;
+    stoSchema*& schema = saved[name];
+    if (!schema)
+        schema = sto_system()->save(new stoSchema(name, version));
+    return schema;
+}
 
 // "int", "utString", "stoClass", "ptr(stoClass)", "prg(stoBase)",
 // "prf(annStyle)", "handle", "fixed(double,3)", "var(int)", "mapped(M)".

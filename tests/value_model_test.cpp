@@ -13,13 +13,7 @@
 
 namespace {
 
-stoSchema* sto_schema_vmd()
-{
-    static stoSchema* s_schema = nullptr;
-    if (!s_schema)
-        s_schema = sto_system()->save(new stoSchema("value_model_test", 1));
-    return s_schema;
-}
+stoSchema* sto_schema_vmd() { return sto_test::saved_schema("value_model_test", 1); }
 
 }  // namespace
 
