@@ -74,6 +74,7 @@ TEST(Class, TwoBasesAtOffsetsFlattenIntoOneTable)
     EXPECT_TRUE(g_C->is_compatible_with(g_A->handle()));
     EXPECT_TRUE(g_C->is_compatible_with(g_B->handle()));
     EXPECT_FALSE(g_A->is_compatible_with(g_C->handle()));
+    EXPECT_FALSE(g_C->is_compatible_with(stoTypeHandle()));
 }
 
 TEST(Class, AbstractClassBuildsOnARawPrototypeFilledWith0x66)

@@ -133,6 +133,7 @@ TEST(Describe, RegistrationIsLazyAndBuildsOnce)
     EXPECT_EQ(first, dscNode::sto_class());
     EXPECT_TRUE(sto_type_dscNode() == first->handle());
     EXPECT_EQ(first->schema(), sto_schema_dsc());
+    EXPECT_EQ(sto_schema_dsc()->look_up_object("dscNode"), static_cast<stoSchemaObject const*>(first));
     EXPECT_EQ(first->size(), static_cast<int>(sizeof(dscNode)));
     EXPECT_EQ(first->mapper(), static_cast<stoMapper const*>(sto_mapper_stoStandardMapper()));
 
@@ -249,15 +250,4 @@ TEST(Describe, HooksCreateDeleteAndCastThroughEveryBase)
     EXPECT_EQ(g_live_nodes, before + 3);
     sto_class_dscNode()->destroy_array(many, 3);
     EXPECT_EQ(g_live_nodes, before);
-}
-
-TEST(Describe, CompatibilityFollowsTheBaseGraph)
-{
-    stoClass const* item = sto_class_dscItem();
-    EXPECT_TRUE(item->is_compatible_with(sto_type_dscTagged()));
-    EXPECT_TRUE(item->is_compatible_with(sto_type_dscAbstract()));
-    EXPECT_FALSE(item->is_compatible_with(sto_type_dscNode()));
-    EXPECT_FALSE(sto_class_dscTagged()->is_compatible_with(sto_type_dscItem()));
-    EXPECT_FALSE(item->is_compatible_with(stoTypeHandle()));
-    EXPECT_EQ(sto_schema_dsc()->look_up_object("dscItem"), static_cast<stoSchemaObject const*>(item));
 }

@@ -212,39 +212,29 @@ TEST(ExceptionCast, NullStaysNull)
 
 // ------------------------------------------------------------ explanations
 
-TEST(ExceptionExplanation, FileNotReadableQuotesTheName)
+// Through the base pointer, as a catch site sees them.
+TEST(ExceptionExplanation, Texts)
 {
-    EXPECT_EQ(stoFileNotReadableException("data.sto").explanation(), "File 'data.sto' missing or not readable");
-    EXPECT_EQ(stoFileNotReadableException("").explanation(), "File '' missing or not readable");
-    EXPECT_EQ(stoFileNotReadableException("dir/my file.sto").explanation(),
-              "File 'dir/my file.sto' missing or not readable");
-}
-
-TEST(ExceptionExplanation, FixedTextsThroughTheBasePointer)
-{
+    stoSchemaID const id(utString("s"), 1);
+    stoClass const* cls = sto_class_stoSchemaID();
     std::vector<std::pair<stoException*, char const*>> cases = {
+        {new stoFileNotReadableException("data.sto"), "File 'data.sto' missing or not readable"},
+        {new stoFileNotReadableException(""), "File '' missing or not readable"},
+        {new stoFileNotReadableException("dir/my file.sto"), "File 'dir/my file.sto' missing or not readable"},
         {new stoFileTooLargeException(), "File too large"},
         {new stoIntTooBigException(), "File contains an integer out of the expected range"},
-        {new stoMissingClassException(stoSchemaID(utString("s"), 1), "K"), "Class missing from schema"},
-        {new stoMissingSchemaException(stoSchemaID(utString("s"), 1)), "Missing schema file"},
-        {new stoNoCurrentSchemaException(stoSchemaID(utString("s"), 1)), "No current schema file"},
-        {new stoSchemaNotInMemoryException(stoSchemaID(utString("s"), 1)), "File written using schema not in memory"},
+        {new stoMissingClassException(id, "K"), "Class missing from schema"},
+        {new stoMissingSchemaException(id), "Missing schema file"},
+        {new stoNoCurrentSchemaException(id), "No current schema file"},
+        {new stoSchemaNotInMemoryException(id), "File written using schema not in memory"},
         {new stoNonFiniteNumberException(), "Cannot write a non-finite number (infinity or NaN)"},
+        {new stoNoCurrentEquivalentException(cls),
+         "Class and bases do not exist in current schema for class stoSchemaID"},
     };
     for (auto& [e, text] : cases) {
         stoExceptioncoPrf owner(e);
         EXPECT_EQ(e->explanation(), text) << e->ut_dynamic_type().name();
     }
-}
-
-TEST(ExceptionExplanation, NoCurrentEquivalentNamesTheClass)
-{
-    stoClass const* cls = sto_class_stoSchemaID();
-    ASSERT_NE(cls, nullptr);
-    stoNoCurrentEquivalentException e(cls);
-    EXPECT_EQ(e.missing_class(), cls);
-    EXPECT_EQ(stoNoCurrentEquivalentException(nullptr).missing_class(), nullptr);
-    EXPECT_EQ(e.explanation(), "Class and bases do not exist in current schema for class stoSchemaID");
 }
 
 // ------------------------------------------------------------ accessors
@@ -277,8 +267,12 @@ TEST(ExceptionAccessors, SchemaIdentityIsCopied)
     EXPECT_EQ(not_in_memory->version(), -2);
 }
 
-TEST(ExceptionAccessors, FileNameKeepsNullDistinctFromEmpty)
+TEST(ExceptionAccessors, NamesAndClassesAreKeptAsGiven)
 {
+    stoClass const* cls = sto_class_stoSchemaID();
+    EXPECT_EQ(stoNoCurrentEquivalentException(cls).missing_class(), cls);
+    EXPECT_EQ(stoNoCurrentEquivalentException(nullptr).missing_class(), nullptr);
+
     stoFileNotReadableException empty("");
     stoFileNotReadableException null_name{utString()};
     EXPECT_EQ(empty.file_name(), "");
