@@ -8,11 +8,14 @@
 
 #include <vector>
 
-stoAnalyser::stoAnalyser() : m_stub_mode(0), m_outer(nullptr), m_next(nullptr) {}
+stoAnalyser::stoAnalyser() : stoAnalyser(nullptr, nullptr) {}
 
-stoAnalyser::stoAnalyser(stoAnalyser* outer) : m_stub_mode(0), m_outer(outer), m_next(nullptr) {}
+stoAnalyser::stoAnalyser(stoAnalyser* outer) : stoAnalyser(nullptr, outer) {}
 
-stoAnalyser::stoAnalyser(stoAnalyser* next, stoAnalyser* outer) : m_stub_mode(0), m_outer(outer), m_next(next) {}
+stoAnalyser::stoAnalyser(stoAnalyser* next, stoAnalyser* outer)
+    : m_stub_mode(0), m_outer(outer), m_next(next), m_n_dangling(0), m_dangling_targets_known(0)
+{
+}
 
 stoAnalyser::~stoAnalyser()
 {
@@ -61,8 +64,7 @@ void stoAnalyser::register_new_value(stoValue const* value, stoRawPtr const& p)
     // result and saves most of its entries.
     if (!value->is_object() && !value->is_stub())
         return;
-    stoTypeHandle const& type = value->type_ref();
-    m_values[stoRawPtr(type, p.ptr(), type.is_null() ? 0 : type->size())] = const_cast<stoValue*>(value);
+    m_values[stoLiveObject{value->type_ref(), p.ptr()}].set_value(value);
 }
 
 void stoAnalyser::completed_value(stoValue const*, stoRawPtr const&) {}
@@ -77,9 +79,11 @@ int stoAnalyser::should_dangle(stoRawPtr const& p) const
 
 stoValue* stoAnalyser::look_up_raw(stoRawPtr const& p) const
 {
+    stoLiveObject k = key(p);
     for (stoAnalyser const* a = this; a; a = a->m_outer)
-        if (stoValue* const* v = a->m_values.find(p))
-            return *v;
+        if (stoAnalysedEntry const* entry = a->m_values.find(k))
+            if (stoValue* v = entry->value())
+                return v;
     return nullptr;
 }
 
@@ -103,9 +107,14 @@ stoPtrValue* stoAnalyser::handle_smart_pointer(stoRawPtr const& p)
     if (void const* address = type->raw_pointee(p.ptr())) {
         stoRawPtr whole = type->pointee_type()->true_type(address);
         stoValue* target = outer()->raw_to_value(whole);
-        if (target) {
-            if (stoPtrValue* earlier = look_up_pointer(target)) {
-                pointer->become_clone(earlier);
+        // Only objects and stubs are met again; any other value is made
+        // afresh for this pointer, so no pointer can have been set to it.
+        if (target && !target->is_object() && !target->is_stub()) {
+            pointer->set_pointee(target);
+        } else if (target) {
+            stoPtrValue*& first = outer()->m_pointers[target];
+            if (first) {
+                pointer->become_clone(first);
             } else {
                 // A stub belongs to the analyser that made it: even an owning
                 // or counted pointer only points at it.
@@ -113,7 +122,7 @@ stoPtrValue* stoAnalyser::handle_smart_pointer(stoRawPtr const& p)
                     pointer->stoPtrValue::set_pointee(target);
                 else
                     pointer->set_pointee(target);
-                outer()->m_pointers[target] = pointer;
+                first = pointer;
             }
         }
     }
@@ -129,31 +138,44 @@ stoPtrValue* stoAnalyser::dangle(stoRawPtr const& p)
     if (!address)
         return pointer;
     stoRawPtr target = type->pointee_type()->true_type(address);
+    // A target whose value is known already is pointed at at once: it would
+    // only wait to be set free by the same value a moment later.
+    if (stoValue* known = look_up_raw(target)) {
+        pointer->set_pointee(known);
+        return pointer;
+    }
     stoAnalyser* o = outer();
-    o->m_dangling_targets[pointer] = target;
-    std::unique_ptr<stoRawPtrstoValuecoDList>& waiting = o->m_dangling[target];
-    if (!waiting)
-        waiting = std::make_unique<stoRawPtrstoValuecoDList>();
-    waiting->insert_last(pointer);
-    if (stoValue* known = look_up_raw(target))
-        undangle(target, known);
+    stoLiveObject k = key(target);
+    o->m_values[k].set_waited_for(1);
+    stoWaitingPointers& waiting = o->m_dangling[k];
+    waiting.size = target.size();
+    waiting.pointers.push_back(pointer);
+    ++o->m_n_dangling;
+    o->m_dangling_targets_known = 0;
     return pointer;
 }
 
 void stoAnalyser::undangle(stoRawPtr const& p, stoValue* value)
 {
     stoAnalyser* o = outer();
-    if (o->m_dangling.is_empty())
+    if (o->m_n_dangling == 0)
         return;
-    std::unique_ptr<stoRawPtrstoValuecoDList>* waiting = o->m_dangling.find(p);
+    stoLiveObject k = key(p);
+    stoAnalysedEntry* entry = o->m_values.find(k);
+    if (!entry || !entry->waited_for())
+        return;
+    entry->set_waited_for(0);
+    if (!entry->value())
+        o->m_values.remove(k);  // only the mark was there: the value is in a nested analyser
+    stoWaitingPointers* waiting = o->m_dangling.find(k);
     if (!waiting)
         return;
-    std::unique_ptr<stoRawPtrstoValuecoDList> list = std::move(*waiting);
-    o->m_dangling.remove(p);
-    for (stoPtrValue* pointer : *list) {
+    absl::InlinedVector<stoPtrValue*, 1> pointers = std::move(waiting->pointers);
+    o->m_dangling.remove(k);
+    o->m_n_dangling -= static_cast<int>(pointers.size());
+    o->m_dangling_targets_known = 0;
+    for (stoPtrValue* pointer : pointers)
         pointer->set_pointee(value);
-        o->m_dangling_targets.remove(pointer);
-    }
 }
 
 stoPtrValue* stoAnalyser::look_up_pointer(stoValue const* target)
@@ -202,10 +224,10 @@ void stoAnalyser::stub_dangling_pointers()
         std::vector<stoRawPtr> targets;
         targets.reserve(static_cast<std::size_t>(o->m_dangling.size()));
         for (auto const& entry : o->m_dangling)
-            targets.push_back(entry.first);
+            targets.emplace_back(entry.first.type, entry.first.ptr, entry.second.size);
         int resolved = 0;
         for (stoRawPtr const& target : targets) {
-            if (!o->m_dangling.contains(target) || !stoStubbable::to_stubbable(target))
+            if (!o->m_dangling.contains(key(target)) || !stoStubbable::to_stubbable(target))
                 continue;
             raw_to_value(target);
             ++resolved;
@@ -217,11 +239,19 @@ void stoAnalyser::stub_dangling_pointers()
 
 stoRawPtr stoAnalyser::dangling_pointer(stoPtrValue const* p)
 {
-    stoRawPtr const* target = outer()->m_dangling_targets.find(p);
+    stoAnalyser* o = outer();
+    if (!o->m_dangling_targets_known) {
+        o->m_dangling_targets.clear();
+        for (auto const& entry : o->m_dangling)
+            for (stoPtrValue const* pointer : entry.second.pointers)
+                o->m_dangling_targets[pointer] = stoRawPtr(entry.first.type, entry.first.ptr, entry.second.size);
+        o->m_dangling_targets_known = 1;
+    }
+    stoRawPtr const* target = o->m_dangling_targets.find(p);
     return target ? *target : stoRawPtr();
 }
 
-int stoAnalyser::number_of_dangling_pointers() { return outer()->m_dangling_targets.size(); }
+int stoAnalyser::number_of_dangling_pointers() { return outer()->m_n_dangling; }
 
 void stoAnalyser::destroy_stubs()
 {
@@ -235,12 +265,17 @@ void stoAnalyser::destroy_stubs()
                 if (stoValue const* id = static_cast<stoStub*>(stub)->id())
                     id->participants(gone);
             }
-            std::vector<stoRawPtr> keys;
-            for (auto const& entry : a->m_values)
-                if (gone.contains(entry.second))
+            std::vector<stoLiveObject> keys;
+            for (auto& entry : a->m_values)
+                if (stoValue* v = entry.second.value(); v && gone.contains(v))
                     keys.push_back(entry.first);
-            for (stoRawPtr const& key : keys)
-                a->m_values.remove(key);
+            for (stoLiveObject const& k : keys) {
+                stoAnalysedEntry* entry = a->m_values.find(k);
+                if (entry->waited_for())
+                    entry->set_value(nullptr);  // keep the mark of waiting pointers
+                else
+                    a->m_values.remove(k);
+            }
             for (stoValue* stub : a->m_stubs)
                 delete stub;
             a->m_stubs.clear();

@@ -15,15 +15,49 @@
 #include "platform/co_pointers.h"
 #include "values/raw_ptr.h"
 
-#include <memory>
+#include <absl/container/inlined_vector.h>
+
+#include <cstdint>
 
 class stoValue;
 class stoPtrValue;
 
-using stoRawPtrstoValuePtrcoTable = coTable<stoRawPtr, stoValue*>;
+// A live object as the analyser's tables know it: type and address, equal
+// as raw pointers are (the size takes no part). Its hash is that of the
+// address alone, which is cheap and needs no call into the type; the few
+// objects that share an address (a first member, a base) only share a hash.
+struct stoLiveObject {
+    stoTypeHandle type;
+    void const* ptr;
+    int operator==(stoLiveObject const& other) const { return ptr == other.ptr && type == other.type; }
+};
+inline unsigned int co_hash(stoLiveObject const& o) { return co_hash_pointer(o.ptr); }
+
+// What the analyser records for a live object: the value made for it, or
+// null while pointers wait for a value not made yet; and whether pointers
+// wait for it. One word, so that a table entry is three words.
+class stoAnalysedEntry {
+public:
+    stoValue* value() const { return reinterpret_cast<stoValue*>(m_bits & ~kWaiting); }
+    int waited_for() const { return static_cast<int>(m_bits & kWaiting); }
+    void set_value(stoValue const* v) { m_bits = reinterpret_cast<std::uintptr_t>(v) | (m_bits & kWaiting); }
+    void set_waited_for(int on) { m_bits = on ? (m_bits | kWaiting) : (m_bits & ~kWaiting); }
+
+private:
+    // Values are at least 8-aligned, so the low bit of the address is free.
+    static constexpr std::uintptr_t kWaiting = 1;
+    std::uintptr_t m_bits = 0;
+};
+
+using stoLiveObjectstoAnalysedEntrycoTable = coTable<stoLiveObject, stoAnalysedEntry>;
 using stoValuePtrstoValuePtrcoTable = coTable<stoValue const*, stoPtrValue*>;
-using stoValuePtrstoRawPtrcoTable = coTable<stoPtrValue const*, stoRawPtr>;
-using stoRawPtrstoValuecoDList = coDList<stoPtrValue*>;
+
+// The pointer values waiting for one live object, in the order they began
+// to wait, and the size of that object.
+struct stoWaitingPointers {
+    int size = 0;
+    absl::InlinedVector<stoPtrValue*, 1> pointers;
+};
 
 class stoAnalyser {
 public:
@@ -72,9 +106,23 @@ protected:
     int m_stub_mode;
     stoAnalyser* m_outer;
     stoAnalyser* m_next;
-    stoRawPtrstoValuePtrcoTable m_values;
+    // Per live object: its value, and whether pointers wait for it (the
+    // latter only in the outermost analyser). One entry serves registration,
+    // look-up and the check for waiting pointers, which all come to the same
+    // object within a short time.
+    stoLiveObjectstoAnalysedEntrycoTable m_values;
+    // Outermost only: the first pointer value set to each object or stub
+    // (other values are made afresh for every pointer and never met again).
     stoValuePtrstoValuePtrcoTable m_pointers;
-    coTable<stoRawPtr, std::unique_ptr<stoRawPtrstoValuecoDList>> m_dangling;
-    stoValuePtrstoRawPtrcoTable m_dangling_targets;
+    // Outermost only: the pointers waiting for live objects without a value.
+    coTable<stoLiveObject, stoWaitingPointers> m_dangling;
+    int m_n_dangling;
+    // The live object each waiting pointer waits for, made when asked for
+    // and kept while no pointer starts or stops waiting.
+    coTable<stoPtrValue const*, stoRawPtr> m_dangling_targets;
+    int m_dangling_targets_known;
     coSet<stoValue*> m_stubs;
+
+private:
+    static stoLiveObject key(stoRawPtr const& p) { return stoLiveObject{p.type_ref(), p.ptr()}; }
 };

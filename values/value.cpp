@@ -198,8 +198,8 @@ void stoPrfValue::set_pointee(stoValue* v)
 void stoPrfValue::become_clone(stoPtrValue const* other)
 {
     stoPtrValue::m_value = other->pointee();
-    if (stoPrfValue const* counted = stoPrfValue::sto_dynamic_cast(other->sto_dynamic_class(), other))
-        m_value = counted->m_value;
+    if (other->kind() == kPrfKind)
+        m_value = static_cast<stoPrfValue const*>(other)->m_value;
 }
 
 int stoTypeHandleValue::process(stoProcessValue* p) const { return p->process_stoTypeHandleValue(this); }
