@@ -442,10 +442,12 @@ void stoReadStubNode::process(stoTypeHandle const& type)
         return;
     }
     child(0)->process(stoTypeHandle());
-    stoValue* id = child(0)->release();
+    // Held here until the stub takes it: reading the parent on demand can
+    // throw (a schema the file names that is not in memory).
+    std::unique_ptr<stoValue> id(child(0)->release());
     child(1)->process(stoTypeHandle());
     stoValue* parent = child(1)->value();
-    register_value(new stoStub(type, parent, id));
+    register_value(new stoStub(type, parent, id.release()));
 }
 
 void stoReadStubNode::dump_members(std::ostream& os, int indent) const
