@@ -197,15 +197,19 @@ stoReadObjectSection::stoReadObjectSection(stoFileReader* reader)
 
 stoTypeHandle stoReadObjectSection::translate_type(stoReadKey const& key)
 {
-    stoTypeHandle& entry = m_reader->m_resolved_types[key.string()];
-    if (entry.is_null()) {
-        stoValueHandle* slot = m_reader->slot_for_key(key, this);
-        stoTypeHandleValue* handle = new stoTypeHandleValue(m_handle_type, slot ? slot->value() : nullptr);
-        m_reader->m_kept.append(stoValuecoPrf(handle));
-        stoTypeHandle const& type = handle->type_ref();
-        m_reader->m_synthesiser->value_to_raw(handle, stoRWRawPtr(type, &entry, type->size()));
-    }
-    return entry;
+    utString name = key.string();
+    if (stoTypeHandle const* known = m_reader->m_resolved_types.find(name); known && !known->is_null())
+        return *known;
+    // No reference into the table is held from here on: reading the type's
+    // record on demand resolves further types, which may grow the table.
+    stoValueHandle* slot = m_reader->slot_for_key(key, this);
+    stoTypeHandleValue* handle = new stoTypeHandleValue(m_handle_type, slot ? slot->value() : nullptr);
+    m_reader->m_kept.append(stoValuecoPrf(handle));
+    stoTypeHandle const& type = handle->type_ref();
+    stoTypeHandle resolved;
+    m_reader->m_synthesiser->value_to_raw(handle, stoRWRawPtr(type, &resolved, type->size()));
+    m_reader->m_resolved_types[name] = resolved;
+    return resolved;
 }
 
 // ---------------------------------------------------------------------- nodes
