@@ -129,8 +129,10 @@ stoSchema::stoSchema()
 
 stoSchema::~stoSchema()
 {
-    if (m_system)
-        m_system->remove_schema(this);
+    // Unlinked from the system it was linked into at construction, not
+    // through m_system: that is a persistent field, and a schema read from a
+    // file may have it null or pointing elsewhere.
+    sto_system()->remove_schema(this);
     delete m_binding_chain;
     m_binding_chain = nullptr;
     m_last_binding = nullptr;
