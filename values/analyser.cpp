@@ -97,6 +97,33 @@ stoPtrType const* as_pointer_type(stoTypeHandle const& t)
 
 }  // namespace
 
+stoPtrType const* stoAnalyser::pointer_type_of(stoTypeHandle const& t)
+{
+    if (t.is_null() || t->is_class())
+        return nullptr;
+    return as_pointer_type(t);
+}
+
+void stoAnalyser::prefetch(stoRawPtr const& p, stoPtrType const* pointer_type) const
+{
+    void const* object = p.ptr();
+    if (!object)
+        return;
+    stoAnalyser const* table = this;
+    if (pointer_type) {
+        object = pointer_type->raw_pointee(object);
+        if (!object)
+            return;
+        while (table->m_outer)
+            table = table->m_outer;
+        __builtin_prefetch(object);
+    } else if (p.type().is_null() || !p.type()->is_class()) {
+        return;
+    }
+    // The hash is the address's alone, so no type is needed to find the slot.
+    table->m_values.prefetch(stoLiveObject{stoTypeHandle(), object});
+}
+
 stoPtrValue* stoAnalyser::handle_smart_pointer(stoRawPtr const& p)
 {
     if (should_dangle(p))

@@ -21,6 +21,7 @@
 
 class stoValue;
 class stoPtrValue;
+class stoPtrType;
 
 // A live object as the analyser's tables know it: type and address, equal
 // as raw pointers are (the size takes no part). Its hash is that of the
@@ -88,6 +89,15 @@ public:
 
     // The pointer value of a pointer field (plain, owning, counted or handle).
     stoPtrValue* handle_smart_pointer(stoRawPtr const& p);
+    // Starts loading what the analysis of p will read first: for a class, the
+    // entry of the object; for a pointer field (pointer_type, its type as a
+    // pointer type, non-null), the target's memory and entry. Loops over
+    // elements and members call it ahead, so that the cache misses of
+    // several objects overlap instead of following one another. Reads
+    // nothing but the field itself.
+    void prefetch(stoRawPtr const& p, stoPtrType const* pointer_type) const;
+    // t as a pointer type, or null.
+    static stoPtrType const* pointer_type_of(stoTypeHandle const& t);
     // Turns waiting pointers to stubbable objects into pointers to stubs.
     void stub_dangling_pointers();
     // The live object a waiting pointer value points at; null when not waiting.
