@@ -104,6 +104,16 @@ stoPtrType const* stoAnalyser::pointer_type_of(stoTypeHandle const& t)
     return as_pointer_type(t);
 }
 
+stoPtrType const* stoAnalyser::pointer_type_cached(stoType const* t)
+{
+    PointerTypeSlot& slot = m_pointer_types[(reinterpret_cast<std::uintptr_t>(t) >> 4) & 63];
+    if (slot.type != t) {
+        slot.type = t;
+        slot.pointer_type = t && !t->is_class() ? as_pointer_type(t->handle()) : nullptr;
+    }
+    return slot.pointer_type;
+}
+
 void stoAnalyser::prefetch(stoRawPtr const& p, stoPtrType const* pointer_type) const
 {
     void const* object = p.ptr();

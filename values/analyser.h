@@ -98,6 +98,9 @@ public:
     void prefetch(stoRawPtr const& p, stoPtrType const* pointer_type) const;
     // t as a pointer type, or null.
     static stoPtrType const* pointer_type_of(stoTypeHandle const& t);
+    // The same, remembered for the types met recently: for the member loops,
+    // which ask for every member of every object.
+    stoPtrType const* pointer_type_cached(stoType const* t);
     // Turns waiting pointers to stubbable objects into pointers to stubs.
     void stub_dangling_pointers();
     // The live object a waiting pointer value points at; null when not waiting.
@@ -135,4 +138,10 @@ protected:
 
 private:
     static stoLiveObject key(stoRawPtr const& p) { return stoLiveObject{p.type_ref(), p.ptr()}; }
+
+    struct PointerTypeSlot {
+        stoType const* type = nullptr;
+        stoPtrType const* pointer_type = nullptr;
+    };
+    PointerTypeSlot m_pointer_types[64];
 };

@@ -115,10 +115,15 @@ stoValue* stoStandardMapper::raw_to_value(stoAnalyser* analyser, stoRawPtr const
     stoObject* object = new stoObject(cls);
     analyser->register_new_value(object, p);
     int n = cls->number_of_inherited_members();
+    // The entries of embedded objects and the targets of pointers are
+    // scattered; asking for all of them first overlaps their misses.
     for (int i = 0; i < n; ++i) {
         stoMember const* m = table[i].member();
-        if (m->type()->is_class())
+        stoType const* type = m->type().type();
+        if (type->is_class())
             analyser->prefetch(stoRawPtr(m->type(), at(p.ptr(), table[i].offset()), m->size()), nullptr);
+        else if (stoPtrType const* pointer_type = analyser->pointer_type_cached(type))
+            analyser->prefetch(stoRawPtr(m->type(), at(p.ptr(), table[i].offset()), m->size()), pointer_type);
     }
     for (int i = 0; i < n; ++i) {
         stoMemberInstance const& entry = table[i];
