@@ -6,7 +6,131 @@
 #include "values/stubbable.h"
 #include "values/value.h"
 
+#include <cstdlib>
+#include <new>
 #include <vector>
+
+// ---------------------------------------------------------- live objects
+
+namespace {
+
+// Grown when more than 7 in 10 slots are taken: a look-up that misses then
+// reads about three slots on average, one or two cache lines.
+constexpr std::size_t kMaxLoadTenths = 7;
+constexpr std::size_t kFirstSlots = 16;
+
+}  // namespace
+
+stoLiveObjectTable::~stoLiveObjectTable()
+{
+    std::free(m_slots);
+    std::free(m_null);
+}
+
+stoTypeHandle stoLiveObjectTable::handle(stoType const* t) { return t ? t->handle() : stoTypeHandle(); }
+
+int stoLiveObjectTable::same_type(stoType const* a, stoTypeHandle const& b)
+{
+    stoType const* t = b.type();
+    if (a == t)
+        return 1;
+    return a && t && *a == *t;
+}
+
+stoLiveObjectTable::Slot* stoLiveObjectTable::find_slot(stoLiveObject const& k) const
+{
+    if (!k.ptr) {
+        for (std::size_t i = 0; i < m_null_size; ++i)
+            if (same_type(m_null[i].type, k.type))
+                return &m_null[i];
+        return nullptr;
+    }
+    if (!m_slots)
+        return nullptr;
+    for (std::size_t i = co_hash_pointer(k.ptr) & m_mask;; i = (i + 1) & m_mask) {
+        Slot& slot = m_slots[i];
+        if (!slot.ptr)
+            return nullptr;
+        if (slot.ptr == k.ptr && same_type(slot.type, k.type))
+            return &slot;
+    }
+}
+
+stoAnalysedEntry* stoLiveObjectTable::find(stoLiveObject const& k) const
+{
+    Slot* slot = find_slot(k);
+    return slot ? &slot->entry : nullptr;
+}
+
+stoAnalysedEntry& stoLiveObjectTable::operator[](stoLiveObject const& k)
+{
+    if (Slot* slot = find_slot(k))
+        return slot->entry;
+    if (!k.ptr) {
+        // Rare enough for a list that grows by one.
+        Slot* more = static_cast<Slot*>(std::realloc(m_null, (m_null_size + 1) * sizeof(Slot)));
+        if (!more)
+            throw std::bad_alloc();
+        m_null = more;
+        m_null[m_null_size] = Slot{nullptr, k.type.type(), stoAnalysedEntry()};
+        return m_null[m_null_size++].entry;
+    }
+    if (!m_slots || (static_cast<std::size_t>(m_size) + 1) * 10 > (m_mask + 1) * kMaxLoadTenths)
+        grow();
+    std::size_t i = co_hash_pointer(k.ptr) & m_mask;
+    while (m_slots[i].ptr)
+        i = (i + 1) & m_mask;
+    m_slots[i] = Slot{k.ptr, k.type.type(), stoAnalysedEntry()};
+    ++m_size;
+    return m_slots[i].entry;
+}
+
+void stoLiveObjectTable::grow()
+{
+    std::size_t count = m_slots ? 2 * (m_mask + 1) : kFirstSlots;
+    // Zeroed memory is free slots; calloc gets it from the system untouched.
+    Slot* slots = static_cast<Slot*>(std::calloc(count, sizeof(Slot)));
+    if (!slots)
+        throw std::bad_alloc();
+    std::size_t mask = count - 1;
+    for (std::size_t j = 0; m_slots && j <= m_mask; ++j) {
+        if (!m_slots[j].ptr)
+            continue;
+        std::size_t i = co_hash_pointer(m_slots[j].ptr) & mask;
+        while (slots[i].ptr)
+            i = (i + 1) & mask;
+        slots[i] = m_slots[j];
+    }
+    std::free(m_slots);
+    m_slots = slots;
+    m_mask = mask;
+}
+
+void stoLiveObjectTable::remove(stoLiveObject const& k)
+{
+    Slot* slot = find_slot(k);
+    if (!slot)
+        return;
+    if (!k.ptr) {
+        *slot = m_null[--m_null_size];
+        return;
+    }
+    // Backward shift: later slots of the same run move up into the hole when
+    // their home lies at or before it, so that no look-up stops early.
+    std::size_t hole = static_cast<std::size_t>(slot - m_slots);
+    for (std::size_t j = (hole + 1) & m_mask; m_slots[j].ptr; j = (j + 1) & m_mask) {
+        std::size_t home = co_hash_pointer(m_slots[j].ptr) & m_mask;
+        // Distances along the probe direction, wrapping around the end.
+        if (((j - home) & m_mask) >= ((j - hole) & m_mask)) {
+            m_slots[hole] = m_slots[j];
+            hole = j;
+        }
+    }
+    m_slots[hole] = Slot{nullptr, nullptr, stoAnalysedEntry()};
+    --m_size;
+}
+
+// ---------------------------------------------------------------- analyser
 
 stoAnalyser::stoAnalyser() : stoAnalyser(nullptr, nullptr) {}
 
@@ -131,7 +255,7 @@ void stoAnalyser::prefetch(stoRawPtr const& p, stoPtrType const* pointer_type) c
         return;
     }
     // The hash is the address's alone, so no type is needed to find the slot.
-    table->m_values.prefetch(stoLiveObject{stoTypeHandle(), object});
+    table->m_values.prefetch(object);
 }
 
 stoPtrValue* stoAnalyser::handle_smart_pointer(stoRawPtr const& p)
@@ -303,9 +427,10 @@ void stoAnalyser::destroy_stubs()
                     id->participants(gone);
             }
             std::vector<stoLiveObject> keys;
-            for (auto& entry : a->m_values)
-                if (stoValue* v = entry.second.value(); v && gone.contains(v))
-                    keys.push_back(entry.first);
+            a->m_values.for_each([&](stoLiveObject const& k, stoAnalysedEntry const& entry) {
+                if (stoValue* v = entry.value(); v && gone.contains(v))
+                    keys.push_back(k);
+            });
             for (stoLiveObject const& k : keys) {
                 stoAnalysedEntry* entry = a->m_values.find(k);
                 if (entry->waited_for())

@@ -50,7 +50,59 @@ private:
     std::uintptr_t m_bits = 0;
 };
 
-using stoLiveObjectstoAnalysedEntrycoTable = coTable<stoLiveObject, stoAnalysedEntry>;
+// The analyser's table of live objects. Open addressing with linear probing
+// over one array of (address, type, entry) slots: finding an object, adding
+// it and reading its mark touch the same one or two cache lines, and the
+// analysis can ask for them ahead (prefetch), which matters once the table
+// is far larger than the caches. Hashed by the address alone. Addresses are
+// never null here in practice; a null one is kept aside all the same.
+class stoLiveObjectTable {
+public:
+    stoLiveObjectTable() = default;
+    ~stoLiveObjectTable();
+    stoLiveObjectTable(stoLiveObjectTable const&) = delete;
+    stoLiveObjectTable& operator=(stoLiveObjectTable const&) = delete;
+
+    // The entry of k, or null.
+    stoAnalysedEntry* find(stoLiveObject const& k) const;
+    // The entry of k, made empty when absent.
+    stoAnalysedEntry& operator[](stoLiveObject const& k);
+    void remove(stoLiveObject const& k);
+    // Starts loading the slots where objects at ptr are looked for.
+    void prefetch(void const* ptr) const
+    {
+        if (m_slots)
+            __builtin_prefetch(&m_slots[co_hash_pointer(ptr) & m_mask]);
+    }
+    int size() const { return m_size + static_cast<int>(m_null_size); }
+    // Every key, in no particular order; the table must not change meanwhile.
+    template <class F>
+    void for_each(F&& f) const
+    {
+        for (std::size_t i = 0; m_slots && i <= m_mask; ++i)
+            if (m_slots[i].ptr)
+                f(stoLiveObject{handle(m_slots[i].type), m_slots[i].ptr}, m_slots[i].entry);
+        for (std::size_t i = 0; i < m_null_size; ++i)
+            f(stoLiveObject{handle(m_null[i].type), nullptr}, m_null[i].entry);
+    }
+
+private:
+    struct Slot {
+        void const* ptr;  // null: the slot is free
+        stoType const* type;
+        stoAnalysedEntry entry;
+    };
+    static stoTypeHandle handle(stoType const* t);
+    static int same_type(stoType const* a, stoTypeHandle const& b);
+    Slot* find_slot(stoLiveObject const& k) const;
+    void grow();
+
+    Slot* m_slots = nullptr;
+    std::size_t m_mask = 0;  // slot count - 1
+    int m_size = 0;
+    Slot* m_null = nullptr;  // the objects at the null address, unordered
+    std::size_t m_null_size = 0;
+};
 using stoValuePtrstoValuePtrcoTable = coTable<stoValue const*, stoPtrValue*>;
 
 // The pointer values waiting for one live object, in the order they began
@@ -123,7 +175,7 @@ protected:
     // latter only in the outermost analyser). One entry serves registration,
     // look-up and the check for waiting pointers, which all come to the same
     // object within a short time.
-    stoLiveObjectstoAnalysedEntrycoTable m_values;
+    stoLiveObjectTable m_values;
     // Outermost only: the first pointer value set to each object or stub
     // (other values are made afresh for every pointer and never met again).
     stoValuePtrstoValuePtrcoTable m_pointers;

@@ -1,0 +1,92 @@
+// The analyser's table of live objects against an ordered map as oracle:
+// random additions and removals over few addresses, so that probe runs are
+// long, wrap around the end of the slots and are cut by removals in every
+// position; objects that share an address differ by type; the null address
+// is kept aside.
+#include "types/basic.h"
+#include "values/analyser.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <random>
+#include <utility>
+
+namespace {
+
+using Key = std::pair<std::uintptr_t, stoType const*>;
+
+stoValue* fake_value(unsigned n) { return reinterpret_cast<stoValue*>(static_cast<std::uintptr_t>(n + 1) * 16); }
+
+void expect_same(stoLiveObjectTable const& table, std::map<Key, stoValue*> const& oracle)
+{
+    ASSERT_EQ(table.size(), static_cast<int>(oracle.size()));
+    std::map<Key, stoValue*> seen;
+    table.for_each([&](stoLiveObject const& k, stoAnalysedEntry const& entry) {
+        EXPECT_TRUE(seen.emplace(Key(reinterpret_cast<std::uintptr_t>(k.ptr), k.type.type()), entry.value()).second);
+    });
+    EXPECT_EQ(seen, oracle);
+}
+
+}  // namespace
+
+TEST(LiveObjectTable, AgreesWithAnOracleThroughAdditionsAndRemovals)
+{
+    stoType const* types[] = {sto_type_int().type(), sto_type_double().type(), sto_type_utString().type()};
+    std::mt19937 random(20240611);
+    for (int addresses : {3, 40, 3000}) {
+        stoLiveObjectTable table;
+        std::map<Key, stoValue*> oracle;
+        for (int step = 0; step < 20000; ++step) {
+            // Address 0 is the null address; the others are never read.
+            std::uintptr_t address = static_cast<std::uintptr_t>(random() % addresses) * 8;
+            stoType const* type = types[random() % 3];
+            stoLiveObject k{type->handle(), reinterpret_cast<void const*>(address)};
+            Key key(address, type);
+            if (random() % 3 == 0) {
+                table.remove(k);
+                oracle.erase(key);
+            } else {
+                stoValue* v = fake_value(static_cast<unsigned>(step));
+                table[k].set_value(v);
+                oracle[key] = v;
+            }
+            stoAnalysedEntry* entry = table.find(k);
+            ASSERT_EQ(entry != nullptr, oracle.count(key) == 1) << addresses << " step " << step;
+            if (entry) {
+                ASSERT_EQ(entry->value(), oracle[key]);
+            }
+            if (step % 997 == 0)
+                expect_same(table, oracle);
+        }
+        expect_same(table, oracle);
+        // Every key still there is found; removing them all empties the table.
+        for (auto const& [key, value] : oracle) {
+            stoLiveObject k{key.second->handle(), reinterpret_cast<void const*>(key.first)};
+            ASSERT_NE(table.find(k), nullptr);
+            EXPECT_EQ(table.find(k)->value(), value);
+            table.remove(k);
+            EXPECT_EQ(table.find(k), nullptr);
+        }
+        EXPECT_EQ(table.size(), 0);
+    }
+}
+
+TEST(LiveObjectTable, AMarkOfWaitingPointersSurvivesTheValueAndAddsNoValue)
+{
+    stoLiveObjectTable table;
+    stoLiveObject k{sto_type_int(), reinterpret_cast<void const*>(std::uintptr_t(0x1000))};
+    table[k].set_waited_for(1);
+    ASSERT_NE(table.find(k), nullptr);
+    EXPECT_EQ(table.find(k)->value(), nullptr);
+    EXPECT_TRUE(table.find(k)->waited_for());
+    table[k].set_value(fake_value(7));
+    EXPECT_EQ(table.find(k)->value(), fake_value(7));
+    EXPECT_TRUE(table.find(k)->waited_for());
+    table[k].set_waited_for(0);
+    EXPECT_EQ(table.find(k)->value(), fake_value(7));
+    EXPECT_FALSE(table.find(k)->waited_for());
+    // Another type at the same address is another object.
+    EXPECT_EQ(table.find(stoLiveObject{sto_type_double(), k.ptr}), nullptr);
+}
