@@ -654,6 +654,12 @@ stoValueHandle* stoFileReader::slot_for_key(stoReadKey const& key, stoReadSectio
     if (found.invalid())
         return nullptr;
     if (!found.slot()) {
+        // A record whose reading failed is not read on demand again: records
+        // referring to it several times each would otherwise make the work
+        // grow exponentially with the length of a chain of them. It is still
+        // read, and its errors reported, in its turn.
+        if (m_failed.contains(found))
+            return nullptr;
         if (m_demand_depth >= kMaxDepth) {
             error("records refer to each other too deeply\n");
             return nullptr;
@@ -668,6 +674,8 @@ stoValueHandle* stoFileReader::slot_for_key(stoReadKey const& key, stoReadSectio
         set_cursor(cursor_before);
         set_line_number(line_before);
         found = m_keys.find(key);
+        if (!found.slot())
+            m_failed.add(found);
     }
     return found.slot();
 }

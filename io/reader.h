@@ -276,6 +276,8 @@ protected:
     coTable<utString, stoTypeHandle> m_resolved_types;
     coPageArr<stoValuecoPrf> m_kept;
     coSet<stoReadKey> m_keys;
+    // Keys of records whose reading on demand failed.
+    coSet<stoReadKey> m_failed;
     coTable<stoPtrValue*, stoReadKey> m_to_fix;
     coVariableArr<stoValueHandle> m_slots;
     std::unique_ptr<stoReadFileMap> m_own_map;
