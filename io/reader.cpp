@@ -16,6 +16,7 @@
 #include <cstring>
 #include <limits>
 #include <ostream>
+#include <vector>
 
 namespace {
 
@@ -555,12 +556,76 @@ void stoFileReader::read()
     m_object_stubs.read();
 }
 
+namespace {
+
+// Whether `value` is among the values `from` owns or shares, at any depth:
+// the members and elements of objects, arrays and mapped values, the id of a
+// stub, the pointee of an owning or counted pointer. Each value is visited
+// once; -1 when the budget of visits runs out first.
+int holds(stoValue const* from, stoValue const* value, long long& budget)
+{
+    std::vector<stoValue const*> stack{from};
+    coSet<stoValue const*> seen;
+    while (!stack.empty()) {
+        stoValue const* v = stack.back();
+        stack.pop_back();
+        if (!v)
+            continue;
+        if (v == value)
+            return 1;
+        if (seen.contains(v))
+            continue;
+        seen.add(v);
+        if (--budget < 0)
+            return -1;
+        switch (v->kind()) {
+        case stoValue::kObjectKind:
+        case stoValue::kArrayKind:
+        case stoValue::kMappedKind:
+        case stoValue::kPrgKind:
+        case stoValue::kPrfKind:
+            for (int i = 0; i < v->number_of_children(); ++i)
+                stack.push_back(v->child(i));
+            break;
+        case stoValue::kStubKind:
+            stack.push_back(v->child(1));  // the id; the parent is not owned
+            break;
+        default:
+            break;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
 void stoFileReader::fix_pointers()
 {
+    // Pointers to records that come later are the only way a file can make
+    // a value own itself: a record owning, through such a pointer, a record
+    // that holds the pointer. Those are refused, as the values would own
+    // each other and never be freed. Files that hold nothing of the kind
+    // cost about one visit per value; the budget keeps hostile ones from
+    // costing one per value and pointer.
+    long long budget = 64LL * m_slots.size() + 100000;
     for (auto const& [pointer, key] : m_to_fix) {
         stoReadKey found = m_keys.find(key);
-        if (!found.invalid() && found.slot())
-            found.slot()->set_pointee(pointer);
+        if (found.invalid() || !found.slot())
+            continue;
+        stoValueHandle* slot = found.slot();
+        stoValue::Kind kind = pointer->kind();
+        if (((kind == stoValue::kPrgKind && slot->owns()) || kind == stoValue::kPrfKind) && slot->value()) {
+            int cycle = holds(slot->value(), pointer, budget);
+            if (cycle) {
+                set_line_number(key.line_number());
+                if (cycle > 0)
+                    error("Record %.*s would own itself through a pointer\n", key.length(), key.text());
+                else
+                    error("records refer to each other too deeply\n");
+                continue;
+            }
+        }
+        slot->set_pointee(pointer);
     }
 }
 
