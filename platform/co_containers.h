@@ -102,9 +102,6 @@ public:
         return it == m_impl.end() ? nullptr : &it->second;
     }
     int contains(K const& key) const { return m_impl.find(key) != m_impl.end(); }
-    // Starts loading the memory that a look-up of key will read, so that
-    // the misses of look-ups known in advance overlap with other work.
-    void prefetch(K const& key) const { m_impl.prefetch(key); }
     int remove(K const& key) { return static_cast<int>(m_impl.erase(key)); }
     int size() const { return static_cast<int>(m_impl.size()); }
     int is_empty() const { return m_impl.empty(); }
