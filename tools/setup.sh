@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what building and testing sto needs on a Debian machine, and only
 # what is missing: cmake, g++, make, GoogleTest/GoogleMock and Google
-# Benchmark. Further Debian package names may be given as arguments.
+# Benchmark. Further Debian package names may be given as arguments
+# (tools/run-bench.sh adds libboost-serialization-dev and libcereal-dev).
 #
 #   tools/setup.sh [package...]
 set -euo pipefail
