@@ -109,6 +109,18 @@ void stoReadSection::skip_object()
     stoFileReader* r = m_reader;
     bool bytes = false;
     while (!r->at_end()) {
+        if (!bytes) {
+            // Outside strings and byte arrays only quotes, byte-array marks and
+            // the line end matter; the run before the next of them holds no
+            // line feed, so it is passed over at once.
+            char const* p = r->cursor();
+            char const* end = r->input_end();
+            while (p < end && *p != '"' && *p != '!' && *p != '\n')
+                ++p;
+            r->set_cursor(p);
+            if (r->at_end())
+                break;
+        }
         int c = r->peekc();
         if (c == '"' && !bytes) {
             r->read_string();
@@ -747,14 +759,14 @@ stoValueHandle* stoFileReader::slot_for_key(stoReadKey const& key, stoReadSectio
 
 void stoFileReader::set_slot(stoReadKey const& key, stoValueHandle* slot)
 {
-    stoReadKey found = m_keys.find(key);
-    if (found.invalid()) {
+    // The key's place and line only matter for reading its record on
+    // demand, which a key with a slot never is again: the key given, equal
+    // to the one in the set, takes its place.
+    if (key.invalid() || !m_keys.remove(key)) {
         error("Unknown object key.\n");
         return;
     }
-    m_keys.remove(found);
-    found.set_slot(slot);
-    m_keys.add(found);
+    m_keys.add(stoReadKey(key.text(), key.length(), key.line_number(), slot));
 }
 
 stoValueHandle* stoFileReader::look_up_slot(utString const& name) const

@@ -11,12 +11,14 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdint>
+#include <iterator>
 #include <limits>
 #include <ostream>
 
 namespace {
 
-bool is_stub(stoValue const* v) { return dynamic_cast<stoStub const*>(v) != nullptr; }
+bool is_stub(stoValue const* v) { return v->is_stub(); }
 
 // The meta class of a value's type: the class of the type object.
 stoClass const* meta_class(stoValue const* v)
@@ -55,13 +57,19 @@ void put_double(std::ostream& os, double v)
 class stoWriteObjectWriter : public stoProcessValue {
 public:
     stoWriteObjectWriter(stoFileWriter* writer, int inline_flag) : m_writer(writer), m_inline(inline_flag) {}
+    // Visits the value of `record`, whose child records are known: no look-up
+    // per child.
+    stoWriteObjectWriter(stoFileWriter* writer, int inline_flag, stoWriteObject const* record)
+        : m_writer(writer), m_inline(inline_flag), m_record(record)
+    {
+    }
 
     int process_stoValue(stoValue const* v) override
     {
         if (m_inline)
             return 0;
         os() << '{';
-        m_writer->write_fields(v);
+        fields(v);
         os() << '}';
         return 1;
     }
@@ -98,7 +106,7 @@ public:
     {
         colon();
         os() << '&';
-        m_writer->write_child(v->pointee());
+        child(v->pointee(), 0);
         return 1;
     }
     int process_stoArrayValue(stoArrayValue const* v) override
@@ -107,23 +115,23 @@ public:
         // reader does not take it for a stub.
         colon();
         os() << '(';
-        m_writer->write_fields(v);
+        fields(v);
         os() << ')';
         return 1;
     }
     int process_stoStub(stoStub const* v) override
     {
         os() << '(';
-        m_writer->write_child(v->id());
+        child(v->id(), 1);
         os() << ",&";
-        m_writer->write_child(v->parent());
+        child(v->parent(), 0);
         os() << ')';
         return 1;
     }
     int process_stoMappedValue(stoMappedValue const* v) override
     {
         os() << '<';
-        m_writer->write_fields(v);
+        fields(v);
         os() << '>';
         return 1;
     }
@@ -135,9 +143,25 @@ private:
         if (!m_inline)
             os() << ':';
     }
+    // Child i of the visited value, which is `value`.
+    void child(stoValue const* value, int i) const
+    {
+        if (m_record)
+            m_writer->write_record_child(m_record->children()[i]);
+        else
+            m_writer->write_child(value);
+    }
+    void fields(stoValue const* v) const
+    {
+        if (m_record)
+            m_writer->write_record_fields(m_record);
+        else
+            m_writer->write_fields(v);
+    }
 
     stoFileWriter* m_writer;
     int m_inline;
+    stoWriteObject const* m_record = nullptr;
 };
 
 // ---------------------------------------------------------- stoWriteObject
@@ -149,8 +173,10 @@ void stoWriteObject::become(stoFileWriter* writer, stoWriteSection* section, sto
     m_value = value;
     m_number = section->next_number();
     m_count = 1;
-    m_owns = writer->is_type_section(section);
-    if (stoStub const* stub = dynamic_cast<stoStub const*>(value)) {
+    m_owns = writer->is_type_section(section) ? 1 : 0;
+    m_inlinable = writer->inlinable(value) ? 1 : 0;
+    if (value->is_stub()) {
+        stoStub const* stub = static_cast<stoStub const*>(value);
         utString name;
         stoValue const* id = stub->id();
         if (stoStringValue const* s = dynamic_cast<stoStringValue const*>(id)) {
@@ -176,9 +202,25 @@ void stoWriteObject::become(stoFileWriter* writer, stoWriteSection* section, sto
 void stoWriteObject::add_children()
 {
     int n = m_value->number_of_children();
-    for (int i = 0; i < n; ++i)
-        if (stoValue const* child = m_value->child(i))
-            m_writer->add_value(const_cast<stoValue*>(child), m_section);
+    std::vector<stoWriteObject*>& records = m_writer->m_child_records;
+    m_first_child = static_cast<int>(records.size());
+    records.resize(records.size() + static_cast<std::size_t>(n), nullptr);
+    // Pointers and a stub's parent are the links by which a value can be
+    // met again.
+    int links = m_value->is_pointer() || m_value->is_stub();
+    for (int i = 0; i < n; ++i) {
+        if (stoValue const* child = m_value->child(i)) {
+            if (links && (i == 0 || !m_value->is_stub()) && !child->is_object() && !child->is_stub())
+                m_writer->m_pointer_to_unshared = 1;
+            records[static_cast<std::size_t>(m_first_child + i)] =
+                m_writer->add_value(const_cast<stoValue*>(child), m_section);
+        }
+    }
+}
+
+stoWriteObject* const* stoWriteObject::children() const
+{
+    return m_writer->m_child_records.data() + m_first_child;
 }
 
 utString stoWriteObject::file_id() const
@@ -188,24 +230,25 @@ utString stoWriteObject::file_id() const
     return m_section->prefix_ref() + m_number;
 }
 
-int stoWriteObject::inlined() const
+void stoWriteObject::write_file_id(std::ostream& os) const
 {
-    if (m_count != 1)
-        return 0;
-    stoClass const* meta = meta_class(m_value);
-    if (!meta)
-        return 1;
-    if (meta->is_compatible_with(sto_type_stoBasic()))
-        return 1;
-    return !meta->is_compatible_with(sto_type_stoSchemaObject());
+    if (!m_name.is_null()) {
+        os << m_name;
+        return;
+    }
+    os << m_section->prefix_ref();
+    put_int(os, m_number);
 }
+
+int stoWriteObject::inlined() const { return m_count == 1 && m_inlinable; }
 
 void stoWriteObject::write() const
 {
     if (inlined())
         return;
     std::ostream& os = m_section->os();
-    os << file_id() << '=';
+    write_file_id(os);
+    os << '=';
     write_in_full();
     os << '\n';
 }
@@ -219,21 +262,21 @@ void stoWriteObject::write_in_full() const
         else if (stoClass const* meta = meta_class(m_value))
             os << meta->name_ref();
     } else if (stoWriteObject const* type = m_writer->type_record(m_value)) {
-        os << type->file_id();
+        type->write_file_id(os);
     } else {
         os << '?';
     }
-    stoWriteObjectWriter visitor(m_writer, 0);
+    stoWriteObjectWriter visitor(m_writer, 0, this);
     m_value->process(&visitor);
 }
 
 void stoWriteObject::write_inline() const
 {
     if (!inlined()) {
-        m_section->os() << file_id();
+        write_file_id(m_section->os());
         return;
     }
-    stoWriteObjectWriter visitor(m_writer, 1);
+    stoWriteObjectWriter visitor(m_writer, 1, this);
     if (!m_value->process(&visitor))
         write_in_full();
 }
@@ -304,11 +347,8 @@ int stoFileWriter::write(std::ostream& os, void const* object, stoTypeHandle con
         try {
             root = m_object_analyser.raw_to_value(type, object);
             m_object_analyser.stub_dangling_pointers();
-            if (root) {
-                add_value(root, &m_objects)->set_name("root");
-                for (int i = 0; i < m_work.size(); ++i)
-                    m_work[i]->add_children();
-            }
+            if (root)
+                add_graph(root);
             os << "STO1\n";
             m_type_stubs.write();
             m_types.write();
@@ -322,6 +362,32 @@ int stoFileWriter::write(std::ostream& os, void const* object, stoTypeHandle con
     return ok;
 }
 
+void stoFileWriter::add_graph(stoValue* root)
+{
+    add_value(root, &m_objects)->set_name("root");
+    for (int i = 0; i < m_work.size(); ++i)
+        m_work[i]->add_children();
+    if (m_pointer_to_unshared && !m_table_holds_all) {
+        // A pointer leads to a value that is neither an object nor a stub, so
+        // that value may have been met before without the table: start again
+        // with every value in the table.
+        for (stoWriteSection* section : {&m_type_stubs, &m_types, &m_objects, &m_object_stubs})
+            section->reset();
+        m_table.clear();
+        m_names.clear();
+        m_work.clear();
+        m_child_records.clear();
+        m_types_added.clear();
+        m_type_records.clear();
+        m_table_holds_all = 1;
+        add_graph(root);
+        return;
+    }
+    // The list is complete: its spare capacity would only add to the peak
+    // while the text is printed.
+    m_child_records.shrink_to_fit();
+}
+
 stoWriteObject* stoFileWriter::add_value(stoValue* value, stoWriteSection* section)
 {
     if (is_stub(value)) {
@@ -330,8 +396,21 @@ stoWriteObject* stoFileWriter::add_value(stoValue* value, stoWriteSection* secti
         else if (section == &m_objects)
             section = &m_object_stubs;
     }
-    if (stoWriteObject** known = m_table.find(value)) {
-        stoWriteObject* wo = *known;
+    if (value->kind() == stoValue::kDoubleKind && !std::isfinite(static_cast<stoDoubleValue const*>(value)->value()))
+        throw new stoNonFiniteNumberException();
+    // Values that cannot be met twice skip the table: most values are
+    // members, met once, through their object.
+    if (!m_table_holds_all && !value->is_object() && !value->is_stub()) {
+        stoWriteObject* wo = section->make_object(value);
+        if (!is_type_section(section) && !wo->inlined())
+            add_type(value->type_ref());
+        m_work.append(wo);
+        return wo;
+    }
+    // One probe of the table for known and new values alike; the entry is
+    // not held across add_type, which adds entries of its own.
+    stoWriteObject*& entry = m_table[value];
+    if (stoWriteObject* wo = entry) {
         wo->inc();
         // A value that was inline when first met needs its type described
         // now that it gets a record of its own.
@@ -339,12 +418,10 @@ stoWriteObject* stoFileWriter::add_value(stoValue* value, stoWriteSection* secti
             add_type(value->type_ref());
         return wo;
     }
-    if (stoDoubleValue const* d = dynamic_cast<stoDoubleValue const*>(value); d && !std::isfinite(d->value()))
-        throw new stoNonFiniteNumberException();
     stoWriteObject* wo = section->make_object(value);
+    entry = wo;
     if (!is_type_section(section) && !wo->inlined())
         add_type(value->type_ref());
-    m_table[value] = wo;
     m_work.append(wo);
     return wo;
 }
@@ -353,7 +430,15 @@ stoValue* stoFileWriter::add_type(stoTypeHandle const& type)
 {
     if (type.is_null())
         return nullptr;
+    // The type analyser answers the same value for the same type every
+    // time, and a record's count only matters while it is below 2: once a
+    // type has been added twice, adding it again changes nothing.
+    TypeAdded& added = m_types_added[type.type()];
+    if (added.calls >= 2)
+        return added.value;
+    ++added.calls;
     stoValue* v = m_type_analyser.raw_to_value(stoRawPtr(type->sto_object()));
+    m_types_added[type.type()].value = v;
     if (!v)
         return nullptr;
     add_value(v, &m_types);
@@ -376,8 +461,61 @@ stoWriteObject const* stoFileWriter::type_record(stoValue const* value) const
     stoTypeHandle const& type = value->type_ref();
     if (type.is_null())
         return nullptr;
+    // Only found records are remembered: a type without one may get it later.
+    if (stoWriteObject const* const* known = m_type_records.find(type.type()))
+        return *known;
     stoValue* type_value = m_type_analyser.find(stoRawPtr(type->sto_object()));
-    return type_value ? look_up_object(type_value) : nullptr;
+    stoWriteObject const* wo = type_value ? look_up_object(type_value) : nullptr;
+    if (wo)
+        m_type_records[type.type()] = wo;
+    return wo;
+}
+
+int stoFileWriter::inlinable(stoValue const* value)
+{
+    stoTypeHandle const& type = value->type_ref();
+    if (type.is_null())
+        return 1;
+    InlinableEntry& recent =
+        m_inlinable_recent[(reinterpret_cast<std::uintptr_t>(type.type()) >> 4) % std::size(m_inlinable_recent)];
+    if (recent.type == type.type())
+        return recent.inlinable;
+    int result = 0;
+    if (int const* known = m_inlinable_types.find(type.type())) {
+        result = *known;
+    } else {
+        // By the meta class of the type: basic values are, instances of
+        // other schema objects (classes, stubs of class-typed objects) are
+        // not.
+        stoClass const* meta = type->sto_dynamic_class();
+        result = !meta || meta->is_compatible_with(sto_type_stoBasic()) ||
+                 !meta->is_compatible_with(sto_type_stoSchemaObject());
+        m_inlinable_types[type.type()] = result;
+    }
+    recent.type = type.type();
+    recent.inlinable = result;
+    return result;
+}
+
+void stoFileWriter::write_record_child(stoWriteObject const* wo)
+{
+    if (wo)
+        wo->write_inline();
+    else
+        os() << '@';
+}
+
+void stoFileWriter::write_record_fields(stoWriteObject const* wo)
+{
+    int n = wo->value()->number_of_children();
+    if (n == 0)
+        return;
+    stoWriteObject* const* children = wo->children();
+    for (int i = 0; i < n; ++i) {
+        if (i)
+            os() << ',';
+        write_record_child(children[i]);
+    }
 }
 
 void stoFileWriter::write_child(stoValue const* value)
@@ -450,24 +588,35 @@ void sto_write_ascii_utString(std::ostream& os, utString const& s)
         return;
     }
     static char const hex[] = "0123456789ABCDEF";
-    std::string out;
-    out.reserve(static_cast<std::size_t>(s.length()) + 2);
-    out += '"';
+    // Built in a buffer on the stack, written in pieces of at most its size:
+    // a file holds millions of strings, and this spares each an allocation.
+    char out[256];
+    std::size_t used = 0;
+    auto flush_if_full = [&](std::size_t room) {
+        if (used + room > sizeof out) {
+            os.write(out, static_cast<std::streamsize>(used));
+            used = 0;
+        }
+    };
+    out[used++] = '"';
     for (int i = 0; i < s.length(); ++i) {
+        flush_if_full(4);
         unsigned char c = static_cast<unsigned char>(s[i]);
         if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
+            out[used++] = '\\';
+            out[used++] = static_cast<char>(c);
         } else if (c >= 0x20 && c <= 0x7E) {
-            out += static_cast<char>(c);
+            out[used++] = static_cast<char>(c);
         } else {
-            out += "\\x";
-            out += hex[c >> 4];
-            out += hex[c & 15];
+            out[used++] = '\\';
+            out[used++] = 'x';
+            out[used++] = hex[c >> 4];
+            out[used++] = hex[c & 15];
         }
     }
-    out += '"';
-    os.write(out.data(), static_cast<std::streamsize>(out.size()));
+    flush_if_full(1);
+    out[used++] = '"';
+    os.write(out, static_cast<std::streamsize>(used));
 }
 
 void sto_write_ascii_stoByteArray(std::ostream& os, stoByteArray const& bytes)

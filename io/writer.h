@@ -23,6 +23,7 @@
 
 #include <deque>
 #include <iosfwd>
+#include <vector>
 
 class stoFileWriter;
 class stoValue;
@@ -54,6 +55,11 @@ public:
     void write() const;
     void write_in_full() const;
     void write_inline() const;
+    // Prints file_id() without making a string of it.
+    void write_file_id(std::ostream& os) const;
+    // The records of the value's children, in child order, null for a null
+    // child; set by add_children.
+    stoWriteObject* const* children() const;
 
 private:
     stoWriteSection* m_section = nullptr;
@@ -62,7 +68,9 @@ private:
     utString m_name;
     int m_number = 0;
     int m_count = 1;
-    int m_owns = 0;
+    int m_first_child = -1;           // in the writer's list of child records
+    unsigned char m_owns = 0;
+    unsigned char m_inlinable = 0;    // written in place while referred to once
 };
 
 class stoWriteSection {
@@ -77,6 +85,12 @@ public:
     utString prefix() const { return m_prefix; }
     utString const& prefix_ref() const { return m_prefix; }
     int next_number() { return ++m_counter; }
+    // Forgets every record made, for a fresh start.
+    void reset()
+    {
+        m_objects.clear();
+        m_counter = 0;
+    }
     void write();
     std::ostream& os() const;
     std::deque<stoWriteObject> const& objects() const { return m_objects; }
@@ -126,6 +140,14 @@ protected:
     stoWriteObject const* type_record(stoValue const* value) const;
     // Deletes the type values that no other type value owns.
     void release_type_values();
+    // Whether values of the type are written in place when referred to once.
+    int inlinable(stoValue const* value);
+    // Gives every value of the graph its record, breadth-first from the root.
+    void add_graph(stoValue* root);
+    // The same for records: each record's children come from the list that
+    // add_children fills, not from the table.
+    void write_record_child(stoWriteObject const* wo);
+    void write_record_fields(stoWriteObject const* wo);
 
     std::ostream* m_os;
     stoWriteSection m_type_stubs;
@@ -137,6 +159,28 @@ protected:
     stoAnalyser m_object_analyser;
     coSet<utString> m_names;
     coPageArr<stoWriteObject*> m_work;
+
+    // Caches by type object: values of a type number in the millions, types
+    // in the tens.
+    struct TypeAdded {
+        stoValue* value = nullptr;
+        int calls = 0;
+    };
+    coTable<stoType const*, TypeAdded> m_types_added;
+    coTable<stoType const*, int> m_inlinable_types;
+    struct InlinableEntry {
+        stoType const* type = nullptr;
+        int inlinable = 0;
+    };
+    InlinableEntry m_inlinable_recent[64];  // in front of the table, by address
+    mutable coTable<stoType const*, stoWriteObject const*> m_type_records;
+    // The child records of every record, record after record.
+    std::vector<stoWriteObject*> m_child_records;
+    // The table holds the values that can be met more than once: objects and
+    // stubs, which alone the analysers share, or every value once a pointer
+    // to something else has been seen.
+    int m_table_holds_all = 0;
+    int m_pointer_to_unshared = 0;
 };
 
 // The string literal of a store file: quoted, with '"' and '\' escaped and
