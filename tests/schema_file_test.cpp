@@ -10,13 +10,7 @@
 
 namespace {
 
-stoSchema* sto_schema_sample7()
-{
-    static stoSchema* s_schema = nullptr;
-    if (!s_schema)
-        s_schema = sto_system()->save(new stoSchema("sample", 7));
-    return s_schema;
-}
+stoSchema* sto_schema_sample7() { return sto_test::saved_schema("sample", 7); }
 
 // A schema rebuilt from a file is made by the protected constructor, as the
 // data templates make theirs.
