@@ -731,11 +731,12 @@ stoValueHandle* stoFileReader::slot_for_key(stoReadKey const& key, stoReadSectio
     if (found.invalid())
         return nullptr;
     if (!found.slot()) {
-        // A record whose reading failed is not read on demand again: records
-        // referring to it several times each would otherwise make the work
-        // grow exponentially with the length of a chain of them. It is still
-        // read, and its errors reported, in its turn.
-        if (m_failed.contains(found))
+        // A record whose reading failed is read again, and reports again,
+        // each time something refers to it; but records referring to it
+        // several times each would make that work grow exponentially with
+        // the length of a chain of them, so only so many such re-reads are
+        // done in one file. It is still read in its turn.
+        if (m_failed.contains(found) && ++m_failed_rereads > kMaxFailedRereads)
             return nullptr;
         if (m_demand_depth >= kMaxDepth) {
             error("records refer to each other too deeply\n");

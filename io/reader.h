@@ -276,8 +276,11 @@ protected:
     coTable<utString, stoTypeHandle> m_resolved_types;
     coPageArr<stoValuecoPrf> m_kept;
     coSet<stoReadKey> m_keys;
-    // Keys of records whose reading on demand failed.
+    // Keys of records whose reading on demand failed, and how often such a
+    // record has been read again.
     coSet<stoReadKey> m_failed;
+    int m_failed_rereads = 0;
+    static constexpr int kMaxFailedRereads = 10000;
     coTable<stoPtrValue*, stoReadKey> m_to_fix;
     coVariableArr<stoValueHandle> m_slots;
     std::unique_ptr<stoReadFileMap> m_own_map;
