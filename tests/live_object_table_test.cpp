@@ -4,6 +4,7 @@
 // position; objects that share an address differ by type; the null address
 // is kept aside.
 #include "types/basic.h"
+#include "platform/co_address_table.h"
 #include "values/analyser.h"
 
 #include <gtest/gtest.h>
@@ -89,4 +90,37 @@ TEST(LiveObjectTable, AMarkOfWaitingPointersSurvivesTheValueAndAddsNoValue)
     EXPECT_FALSE(table.find(k)->waited_for());
     // Another type at the same address is another object.
     EXPECT_EQ(table.find(stoLiveObject{sto_type_double(), k.ptr}), nullptr);
+}
+
+// The synthesiser's tables of values: the same oracle, over addresses dense
+// enough that runs of probes wrap around and the table grows many times.
+TEST(AddressTable, AgreesWithAnOracleAcrossGrowth)
+{
+    std::mt19937 random(20261123);
+    for (int addresses : {5, 300, 200000}) {
+        coAddressTable<void const*, std::uintptr_t> table;
+        std::map<std::uintptr_t, std::uintptr_t> oracle;
+        for (int step = 0; step < 60000; ++step) {
+            std::uintptr_t address = (static_cast<std::uintptr_t>(random() % addresses) + 1) * 8;
+            void const* key = reinterpret_cast<void const*>(address);
+            if (random() % 2) {
+                table[key] = static_cast<std::uintptr_t>(step);
+                oracle[address] = static_cast<std::uintptr_t>(step);
+            }
+            std::uintptr_t const* found = table.find(key);
+            ASSERT_EQ(found != nullptr, oracle.count(address) == 1) << addresses << " step " << step;
+            if (found) {
+                ASSERT_EQ(*found, oracle[address]);
+            }
+        }
+        ASSERT_EQ(table.size(), static_cast<int>(oracle.size()));
+        std::map<std::uintptr_t, std::uintptr_t> seen;
+        table.for_each([&](void const* k, std::uintptr_t v) { seen[reinterpret_cast<std::uintptr_t>(k)] = v; });
+        EXPECT_EQ(seen, oracle);
+    }
+    // The null address has no entry, however often it is asked for.
+    coAddressTable<void const*, int> table;
+    table[nullptr] = 7;
+    EXPECT_EQ(table.find(nullptr), nullptr);
+    EXPECT_EQ(table.size(), 0);
 }

@@ -145,6 +145,10 @@ void stoStandardMapper::value_to_raw(stoSynthesiser* synthesiser, stoValue const
         return;
     stoMemberInstance const* table = cls->inherited_member_table();
     int n = std::min(cls->number_of_inherited_members(), object->number_of_children());
+    // The targets of pointer members are scattered; asking for all of them
+    // first overlaps their misses.
+    for (int i = 0; i < n; ++i)
+        synthesiser->prefetch(object->member_at(i));
     for (int i = 0; i < n; ++i) {
         stoValue const* member_value = object->member_at(i);
         if (!member_value)
@@ -288,9 +292,12 @@ void stoContainerMapper::value_to_raw(stoSynthesiser* synthesiser, stoValue cons
         n = 0;
     reset(p.write_ptr(), static_cast<int>(n));
     int element_size = members.element_type->size();
-    for (int i = 0; i < n; ++i)
+    for (int i = 0; i < n; ++i) {
+        if (i + kPrefetchAhead < n)
+            synthesiser->prefetch(array->element(static_cast<int>(i + kPrefetchAhead)));
         synthesiser->value_to_raw(array->element(i),
                                   stoRWRawPtr(members.element_type, element_address(p.write_ptr(), i), element_size));
+    }
 }
 
 // ------------------------------------------------------------------- arrays
@@ -320,9 +327,12 @@ void stoFixedArrayType::value_to_raw(stoSynthesiser* synthesiser, stoValue const
         return;
     int element_size = m_type->size();
     int n = std::min(array->number_of_elements(), m_n_elements);
-    for (int i = 0; i < n; ++i)
+    for (int i = 0; i < n; ++i) {
+        if (i + kPrefetchAhead < n)
+            synthesiser->prefetch(array->element(i + kPrefetchAhead));
         synthesiser->value_to_raw(array->element(i),
                                   stoRWRawPtr(m_type, at(p.write_ptr(), static_cast<long long>(i) * element_size), element_size));
+    }
 }
 
 stoValue* stoVariableArrayType::raw_to_value(stoAnalyser* analyser, stoRawPtr const& p) const
@@ -361,9 +371,12 @@ void stoVariableArrayType::value_to_raw(stoSynthesiser* synthesiser, stoValue co
     if (!block)
         return;
     int element_size = m_type->size();
-    for (int i = 0; i < n; ++i)
+    for (int i = 0; i < n; ++i) {
+        if (i + kPrefetchAhead < n)
+            synthesiser->prefetch(array->element(i + kPrefetchAhead));
         synthesiser->value_to_raw(array->element(i),
                                   stoRWRawPtr(m_type, at(block, static_cast<long long>(i) * element_size), element_size));
+    }
 }
 
 // ----------------------------------------------------------------- pointers

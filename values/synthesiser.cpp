@@ -83,10 +83,15 @@ void stoSynthesiser::value_to_raw(stoValue const* value, stoRWRawPtr const& p)
     if (!value || !p.write_ptr() || p.type().is_null())
         return;
     // Only objects are pointed at; other values need no address of their own.
-    bool object = value->is_object();
-    if (object)
-        m_objects[value] = p.write_ptr();
-    if (std::unique_ptr<coDList<stoRWRawPtr>>* waiting = object ? m_pending.find(value) : nullptr) {
+    // The entry tells whether fields wait in m_pending, so that the objects
+    // nothing waits for, nearly all, cost one look-up.
+    bool waited = false;
+    if (value->is_object()) {
+        void*& entry = m_objects[value];
+        waited = entry == waiting_mark();
+        entry = p.write_ptr();
+    }
+    if (std::unique_ptr<coDList<stoRWRawPtr>>* waiting = waited ? m_pending.find(value) : nullptr) {
         std::unique_ptr<coDList<stoRWRawPtr>> fields = std::move(*waiting);
         m_pending.remove(value);
         for (stoRWRawPtr const& field : *fields) {
@@ -121,7 +126,7 @@ void stoSynthesiser::handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr 
         mark_ptr(type, target, field.write_ptr());
         return;
     }
-    if (void* const* existing = m_objects.find(target)) {
+    if (void* const* existing = m_objects.find(target); existing && *existing != waiting_mark()) {
         // A second owning or counted pointer to one object: a counted field
         // shares the first field's count; an owning field stays as it is.
         if (void* const* first_field = m_owners.find(*existing))
@@ -141,7 +146,12 @@ void stoSynthesiser::handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr 
     // The field owns the object before its contents are written, so that a
     // failure part-way leaves it with an owner.
     type->point_at_object(field.write_ptr(), const_cast<void*>(cast));
-    m_owners[object] = field.write_ptr();
+    // Only a counted field is ever copied into a later field: copying an
+    // owning one does nothing, and reading it as a counted pointer would be
+    // wrong. Owned objects are most of a document, so leaving them out keeps
+    // this table small.
+    if (meta != sto_class_stoPrgType())
+        m_owners[object] = field.write_ptr();
     register_new_object(value, field);
     value_to_raw(target, stoRWRawPtr(target_type, object, target_type->size()));
 }
@@ -153,15 +163,32 @@ void const* stoSynthesiser::view_as(stoType const& pointee, stoType const& type,
 
 void stoSynthesiser::mark_ptr(stoPtrType const* type, stoValue const* target, void* field)
 {
-    if (void* const* address = m_objects.find(target)) {
-        void const* cast = view_as(*type->pointee_type(), *target->type(), *address);
+    void*& address = m_objects[target];
+    if (address && address != waiting_mark()) {
+        void const* cast = view_as(*type->pointee_type(), *target->type(), address);
         type->point_at_object(field, const_cast<void*>(cast));
         return;
     }
+    address = waiting_mark();
     std::unique_ptr<coDList<stoRWRawPtr>>& waiting = m_pending[target];
     if (!waiting)
         waiting = std::make_unique<coDList<stoRWRawPtr>>();
     waiting->insert_last(stoRWRawPtr(type->handle(), field, static_cast<int>(sizeof(void*))));
+}
+
+void stoSynthesiser::prefetch(stoValue const* v) const
+{
+    if (!v)
+        return;
+    if (v->is_pointer()) {
+        if (stoValue const* target = static_cast<stoPtrValue const*>(v)->pointee()) {
+            __builtin_prefetch(target);
+            m_objects.prefetch(target);
+        }
+        m_objects.prefetch(v);
+    } else if (v->is_object()) {
+        m_objects.prefetch(v);
+    }
 }
 
 void stoSynthesiser::register_new_object(stoValue const* value, stoRWRawPtr const& p)
@@ -178,5 +205,5 @@ void stoSynthesiser::clean_up()
 void* stoSynthesiser::object_of(stoValue const* value) const
 {
     void* const* address = m_objects.find(value);
-    return address ? *address : nullptr;
+    return address && *address != waiting_mark() ? *address : nullptr;
 }

@@ -10,6 +10,7 @@
 //   s.synthesise(root, doc);        // writes root into *doc, then clean_up()
 #pragma once
 
+#include "platform/co_address_table.h"
 #include "platform/co_containers.h"
 #include "platform/co_pointers.h"
 #include "types/type_handle.h"
@@ -46,8 +47,9 @@ private:
     int m_updated;
 };
 
-using stoValuePtrstoVoidPtrcoTable = coTable<stoValue const*, void*>;
-using stoVoidPtrstoVoidPtrcoTable = coTable<void const*, void*>;
+// One entry per object of the document: tables that walks can prefetch.
+using stoValuePtrstoVoidPtrcoTable = coAddressTable<stoValue const*, void*>;
+using stoVoidPtrstoVoidPtrcoTable = coAddressTable<void const*, void*>;
 
 class stoSynthesiser {
 public:
@@ -77,6 +79,10 @@ public:
     void handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr const& field);
     void mark_ptr(stoPtrType const* type, stoValue const* target, void* field);
     void register_new_object(stoValue const* value, stoRWRawPtr const& p);
+    // Starts loading what writing v will look up first: its own entry and,
+    // for a pointer, its target and the target's entry. A walk calls this a
+    // few values ahead; it changes nothing.
+    void prefetch(stoValue const* v) const;
     // Fills every real object from its fake, the last started first.
     void clean_up();
     int in_memory_required() const { return m_in_memory_required; }
@@ -84,6 +90,14 @@ public:
     void* object_of(stoValue const* value) const;
 
 protected:
+    // What m_objects holds for a value that pointer fields wait for (in
+    // m_pending) before its object is made; never a live address.
+    static void* waiting_mark()
+    {
+        static char mark;
+        return &mark;
+    }
+
     stoValuePtrstoVoidPtrcoTable m_objects;
     coTable<stoValue const*, std::unique_ptr<coDList<stoRWRawPtr>>> m_pending;
     stoVoidPtrstoVoidPtrcoTable m_owners;

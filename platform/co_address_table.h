@@ -1,0 +1,130 @@
+// coAddressTable: a table keyed by non-null addresses, for the conversions'
+// tables of values and live objects.
+//
+// Those tables hold one entry per object of a document, millions in a large
+// one, and are probed in the order of a walk over the document, which is
+// random for the table: nearly every probe misses the caches. Open
+// addressing with linear probing over one array of (key, value) slots means
+// a probe touches one cache line, and a walk can ask for that line ahead of
+// time (prefetch), which the general-purpose table does not offer. Entries
+// are never removed one by one; the table only grows.
+//
+//   coAddressTable<stoValue const*, void*> objects;
+//   objects.prefetch(next);            // a few steps before looking it up
+//   objects[v] = address;
+//   if (void* const* a = objects.find(v)) ...
+#pragma once
+
+#include "platform/co_hash.h"
+
+#include <cstdlib>
+#include <new>
+#include <type_traits>
+
+template <class K, class V>
+class coAddressTable {
+    static_assert(std::is_pointer_v<K>, "keys are addresses");
+    static_assert(std::is_trivially_copyable_v<V>, "values are copied as bytes when the table grows");
+
+public:
+    coAddressTable() = default;
+    ~coAddressTable() { std::free(m_slots); }
+    coAddressTable(coAddressTable const&) = delete;
+    coAddressTable& operator=(coAddressTable const&) = delete;
+
+    // The value for key, or null when absent; never creates an entry.
+    V* find(K key) const
+    {
+        if (!m_slots)
+            return nullptr;
+        for (std::size_t i = home(key);; i = (i + 1) & m_mask) {
+            Slot& slot = m_slots[i];
+            if (slot.key == key)
+                return key ? &slot.value : nullptr;
+            if (!slot.key)
+                return nullptr;
+        }
+    }
+    int contains(K key) const { return find(key) != nullptr; }
+
+    // The value for key; an absent key gets an entry holding V() first.
+    // A null key has no entry: it answers a scratch value that is not kept.
+    V& operator[](K key)
+    {
+        if (!key) {
+            m_scratch = V();
+            return m_scratch;
+        }
+        if (V* found = find(key))
+            return *found;
+        if ((m_size + 1) * 4 > (m_slots ? m_mask + 1 : 0) * 3)
+            grow();
+        std::size_t i = home(key);
+        while (m_slots[i].key)
+            i = (i + 1) & m_mask;
+        m_slots[i].key = key;
+        m_slots[i].value = V();
+        ++m_size;
+        return m_slots[i].value;
+    }
+
+    // Starts loading the line where key is looked for.
+    void prefetch(K key) const
+    {
+        if (m_slots)
+            __builtin_prefetch(&m_slots[home(key)]);
+    }
+
+    int size() const { return static_cast<int>(m_size); }
+    int empty() const { return m_size == 0; }
+    void clear()
+    {
+        std::free(m_slots);
+        m_slots = nullptr;
+        m_mask = 0;
+        m_size = 0;
+    }
+
+    // Every entry, in no particular order; the table must not change meanwhile.
+    template <class F>
+    void for_each(F&& f) const
+    {
+        for (std::size_t i = 0; m_slots && i <= m_mask; ++i)
+            if (m_slots[i].key)
+                f(m_slots[i].key, m_slots[i].value);
+    }
+
+private:
+    struct Slot {
+        K key;  // null: the slot is free
+        V value;
+    };
+
+    std::size_t home(K key) const { return co_hash_pointer(static_cast<void const*>(key)) & m_mask; }
+
+    void grow()
+    {
+        std::size_t count = m_slots ? 2 * (m_mask + 1) : 16;
+        // Zeroed memory is free slots; calloc gets it from the system untouched.
+        Slot* slots = static_cast<Slot*>(std::calloc(count, sizeof(Slot)));
+        if (!slots)
+            throw std::bad_alloc();
+        std::size_t mask = count - 1;
+        for (std::size_t j = 0; m_slots && j <= m_mask; ++j) {
+            if (!m_slots[j].key)
+                continue;
+            std::size_t i = co_hash_pointer(static_cast<void const*>(m_slots[j].key)) & mask;
+            while (slots[i].key)
+                i = (i + 1) & mask;
+            slots[i] = m_slots[j];
+        }
+        std::free(m_slots);
+        m_slots = slots;
+        m_mask = mask;
+    }
+
+    Slot* m_slots = nullptr;
+    std::size_t m_mask = 0;  // slot count - 1
+    std::size_t m_size = 0;
+    V m_scratch{};
+};
