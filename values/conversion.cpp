@@ -389,8 +389,10 @@ stoValue* stoPtrType::raw_to_value(stoAnalyser* analyser, stoRawPtr const& p) co
 void stoPtrType::value_to_raw(stoSynthesiser* synthesiser, stoValue const* value, stoRWRawPtr const& p) const
 {
     stoPtrValue const* pointer = value && value->is_pointer() ? static_cast<stoPtrValue const*>(value) : nullptr;
+    // Types write their values through their own value_to_raw, so this is
+    // the field's type.
     if (pointer || !value)
-        synthesiser->handle_smart_pointer(pointer, p);
+        synthesiser->handle_smart_pointer(pointer, p, this);
 }
 
 stoPtrValue* stoPtrType::create_null() const { return new stoPtrValue(m_handle, nullptr); }

@@ -109,9 +109,12 @@ void stoSynthesiser::value_to_raw(stoValue const* value, stoRWRawPtr const& p)
 
 void stoSynthesiser::handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr const& field)
 {
-    stoPtrType const* type = dynamic_cast<stoPtrType const*>(field.type().type());
-    if (!type)
-        return;
+    if (stoPtrType const* type = dynamic_cast<stoPtrType const*>(field.type().type()))
+        handle_smart_pointer(value, field, type);
+}
+
+void stoSynthesiser::handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr const& field, stoPtrType const* type)
+{
     stoValue const* target = value ? value->pointee() : nullptr;
     if (!target) {
         type->point_at_object(field.write_ptr(), nullptr);
@@ -158,6 +161,10 @@ void stoSynthesiser::handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr 
 
 void const* stoSynthesiser::view_as(stoType const& pointee, stoType const& type, void const* object) const
 {
+    // Objects are made as the class of their value, so a view of one as that
+    // same class is the object itself; that is the common case by far.
+    if (&pointee == &type)
+        return object;
     return pointee.cast(type, object);
 }
 

@@ -77,6 +77,8 @@ public:
     void value_to_raw(stoValue const* value, void* address);
     void value_to_raw(stoValue const* value, stoRWRawPtr const& p);
     void handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr const& field);
+    // The same for a caller that knows the field's pointer type.
+    void handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr const& field, stoPtrType const* type);
     void mark_ptr(stoPtrType const* type, stoValue const* target, void* field);
     void register_new_object(stoValue const* value, stoRWRawPtr const& p);
     // Starts loading what writing v will look up first: its own entry and,
