@@ -178,17 +178,6 @@ TEST(Analysis, PlainPointersResolveWhenTheirTargetIsMadeOrAtOnce)
         delete early_value;
         delete target;
     }
-    alzRoot root;
-    root.m_owned_leaf = new alzLeaf;
-    root.m_before = root.m_owned_leaf;
-    root.m_after = root.m_owned_leaf;
-    stoAnalyser a;
-    stoValue* value = a.raw_to_value(sto_type_alzRoot(), &root);
-    stoValue const* owned = pointer(value, "m_owned_leaf")->pointee();
-    ASSERT_NE(owned, nullptr);
-    EXPECT_EQ(pointer(value, "m_before")->pointee(), owned);
-    EXPECT_EQ(pointer(value, "m_after")->pointee(), owned);
-    delete value;
 }
 
 TEST(Analysis, AnObjectIsItsTypeAndAddress)

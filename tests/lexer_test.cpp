@@ -1,8 +1,8 @@
 // The reader's character level: the cursor and line counting, expected
 // characters and line ends, the exact text of every report, identifiers and
 // keys, number literals (integers, doubles, the 64-bit limits, scales at and
-// beyond the power tables, exponents beyond 32 bits), the double-double
-// arithmetic of stoReadNumber, strings through an encoder, Base64 byte
+// beyond the power tables, exponents beyond 32 bits), the split and the power
+// tables of stoReadNumber, strings through an encoder, Base64 byte
 // arrays against an encoder written here, hostile input that must never be
 // read past its end, and the accuracy of decimal conversion against strtod.
 #include "io/lexer.h"
@@ -67,7 +67,6 @@ public:
     using stoReadLexer::line_number;
     using stoReadLexer::peekc;
     using stoReadLexer::read_byte_array;
-    using stoReadLexer::read_digit_sequence;
     using stoReadLexer::read_double;
     using stoReadLexer::read_identifier;
     using stoReadLexer::read_integer;
@@ -187,9 +186,6 @@ std::vector<unsigned char> bytes_of(const stoByteArray& array)
 // Exposes the protected parts of stoReadNumber.
 class TestNumber : public stoReadNumber {
 public:
-    using stoReadNumber::stoReadNumber;
-    TestNumber(const stoReadNumber& n) : stoReadNumber(n) {}
-    using stoReadNumber::fast_add;
     using stoReadNumber::split;
 };
 
@@ -435,24 +431,14 @@ TEST(LexerNumber, Literals)
         {"42.0", 0, 0, 42.0},
         {"4.2e1", 0, 0, 42.0},
         {"42e0", 0, 0, 42.0},
-        {"42E0", 0, 0, 42.0},
-        {"420e-1", 0, 0, 42.0},
-        {"0.42e+2", 0, 0, 42.0},
-        {"4.2E+1", 0, 0, 42.0},
-        {"-4.2e1", 0, 0, -42.0},
         {".5", 0, 0, 0.5},
-        {"0.5", 0, 0, 0.5},
-        {".25e1", 0, 0, 2.5},
-        {"12.5e-1", 0, 0, 1.25},
         {"-0.0", 0, 0, -0.0},
-        {"0.1", 0, 0, 0.1},
         {"0.10000000000000001", 0, 0, 0.1},
-        {"1e308", 0, 0, 1e308},
+        {"1e308", 0, 0, 1e308},  // the top of the power table, whose split needs care
         {"1.7976931348623157e308", 0, 0, kLargest},
         {"-1.7976931348623157e308", 0, 0, -kLargest},
         // Below the threshold of overflow, which is half an ulp above the largest.
         {"1.7976931348623158e308", 0, 0, kLargest},
-        {"1.0000000000000001e+300", 0, 0, 1.0000000000000001e+300},
         {"1e-307", 0, 0, 1e-307},
         {"1e-308", 0, 0, 1e-308},
         {"2.2250738585072014e-292", 0, 0, 2.2250738585072014e-292},
@@ -519,84 +505,9 @@ TEST(LexerNumber, Literals)
             EXPECT_LE(read_number_literal(std::string_view(text).substr(0, n)).consumed, n);
 }
 
-TEST(LexerNumber, ReadIntegerDigitSequencesAndDouble)
-{
-    TestLexer lexer("12345x");
-    long long whole = -1;
-    stoReadNumber exact(7.0);
-    EXPECT_EQ(lexer.read_digit_sequence(whole, exact), 5);
-    EXPECT_EQ(whole, 12345);
-    EXPECT_EQ(exact.value(), 712345.0);  // continues the number given
-
-    TestLexer none("x");
-    EXPECT_EQ(none.read_digit_sequence(whole, exact), 0);
-    EXPECT_EQ(whole, 0);
-
-    TestLexer wrapping("-18446744073709551617");
-    stoReadNumber magnitude;
-    EXPECT_EQ(wrapping.read_integer(magnitude), -1);  // 2^64 + 1 wraps to 1
-    EXPECT_EQ(magnitude.value(), 18446744073709551616.0);
-    EXPECT_EQ(wrapping.error_count(), 0);
-
-    TestLexer digits("0042");
-    stoReadNumber reset(5.0);
-    EXPECT_EQ(digits.read_integer(reset), 42);
-    EXPECT_EQ(reset.value(), 42.0);  // reset first
-
-    // read_double continues the integer part it is given.
-    TestLexer fraction(".75e2,");
-    EXPECT_EQ(fraction.read_double(-1, stoReadNumber(3.0)), -375.0);
-    EXPECT_EQ(fraction.peekc(), ',');
-    TestLexer bare("x");
-    EXPECT_EQ(bare.read_double(1, stoReadNumber(8.0)), 8.0);
-}
-
 // ===========================================================================
 // stoReadNumber
 // ===========================================================================
-
-TEST(ReadNumber, ErrorFreeTransformations)
-{
-    EXPECT_EQ(stoReadNumber().hi(), 0.0);
-    EXPECT_EQ(stoReadNumber().lo(), 0.0);
-    EXPECT_EQ(stoReadNumber(2.5).value(), 2.5);
-    EXPECT_EQ(stoReadNumber(2.5).lo(), 0.0);
-
-    const double tiny = std::ldexp(1.0, -60);
-    stoReadNumber s(stoReadNumberTwoSum, tiny, 1.0);  // any order
-    EXPECT_EQ(s.hi(), 1.0);
-    EXPECT_EQ(s.lo(), tiny);
-    stoReadNumber f(stoReadNumberFastTwoSum, 1.0, tiny);
-    EXPECT_EQ(f.hi(), 1.0);
-    EXPECT_EQ(f.lo(), tiny);
-
-    // (1 + 2^-30)^2 = 1 + 2^-29 + 2^-60
-    const double a = 1.0 + std::ldexp(1.0, -30);
-    stoReadNumber p(stoReadNumberTwoProduct, a, a);
-    EXPECT_EQ(p.hi(), 1.0 + std::ldexp(1.0, -29));
-    EXPECT_EQ(p.lo(), tiny);
-    // 0.1 × 10: the product rounds to 1; the error term is what was lost.
-    stoReadNumber tenth(stoReadNumberTwoProduct, 0.1, 10.0);
-    EXPECT_EQ(tenth.hi(), 1.0);
-    EXPECT_EQ(tenth.lo(), std::ldexp(1.0, -54));
-    // Near the top of the range.
-    stoReadNumber top(stoReadNumberTwoProduct, 1e308, 1.0);
-    EXPECT_EQ(top.hi(), 1e308);
-    EXPECT_EQ(top.lo(), 0.0);
-    EXPECT_TRUE(std::isfinite(stoReadNumber(stoReadNumberTwoProduct, 1.5e154, 1.1e154).lo()));
-
-    stoReadNumber n(1.0);
-    n.add(std::ldexp(1.0, -70));
-    EXPECT_EQ(n.hi(), 1.0);
-    EXPECT_EQ(n.lo(), std::ldexp(1.0, -70));
-    n.add(-1.0);
-    EXPECT_EQ(n.hi(), std::ldexp(1.0, -70));
-    EXPECT_EQ(n.lo(), 0.0);
-    TestNumber t(stoReadNumber(4.0));
-    t.fast_add(std::ldexp(1.0, -60));
-    EXPECT_EQ(t.hi(), 4.0);
-    EXPECT_EQ(t.lo(), std::ldexp(1.0, -60));
-}
 
 TEST(ReadNumber, SplitCoversTheWholeRange)
 {
@@ -621,27 +532,8 @@ TEST(ReadNumber, SplitCoversTheWholeRange)
     }
 }
 
-TEST(ReadNumber, DigitsAccumulateAndScaleExactly)
+TEST(ReadNumber, PowersOfTenAgreeWithStrtodAndScaleBeyondTheTables)
 {
-    // 31 digits: more than a double holds, fewer than the pair does.
-    stoReadNumber n;
-    for (const char* p = "1234567890123456789012345678901"; *p; ++p) {
-        n.multiply_by_ten();
-        n.add(*p - '0');
-    }
-    EXPECT_EQ(n.value(), 1234567890123456789012345678901.0);
-    EXPECT_EQ(n.lo(), -60133594469323.0);  // exactly what the high part lost
-
-    stoReadNumber m(1e20);
-    m.divide_by_ten();
-    EXPECT_EQ(m.value(), 1e19);
-    EXPECT_EQ(m.lo(), 0.0);
-    stoReadNumber third(1.0);
-    third.divide_by_ten();
-    EXPECT_EQ(third.hi(), 0.1);
-    // 0.1 is below one tenth by about 5.55e-18; the pair keeps the rest.
-    EXPECT_NEAR(third.lo(), -5.551115123125783e-18, 1e-30);
-
     for (int power = 0; power <= stoReadNumber::kMaxPower; ++power) {
         stoReadNumber up(1.0), down(1.0);
         up.multiply_by_ten_to_the(power);

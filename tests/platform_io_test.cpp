@@ -145,14 +145,13 @@ TEST(PlatformIoStrings, ChooserAnswersLastingCodePageAndUtf8Encodings)
     EXPECT_STREQ(ut->name(), "UTF-8");
 }
 
-TEST(PlatformIoStrings, Windows1252DecodesTheHandWrittenTable)
+TEST(PlatformIoStrings, Windows1252DecodesItsOwnRangeAndFailsOnUndefinedBytes)
 {
-    // 0: undefined, which fails and reads as a replacement character.
+    // The C library checks every byte below; these rows hold where it has no
+    // converter. 0: undefined, which fails and reads as a replacement character.
     const std::pair<unsigned char, char32_t> rows[] = {
-        {0x41, 0x41},   {0x7F, 0x7F},   {0x80, 0x20AC}, {0x82, 0x201A}, {0x8A, 0x0160}, {0x8C, 0x0152},
-        {0x8E, 0x017D}, {0x91, 0x2018}, {0x99, 0x2122}, {0x9C, 0x0153}, {0x9E, 0x017E}, {0x9F, 0x0178},
-        {0xA0, 0x00A0}, {0xE9, 0x00E9}, {0xFF, 0x00FF}, {0x81, 0},      {0x8D, 0},      {0x8F, 0},
-        {0x90, 0},      {0x9D, 0},
+        {0x41, 0x41},   {0x80, 0x20AC}, {0x8A, 0x0160}, {0x9F, 0x0178}, {0xA0, 0x00A0}, {0xFF, 0x00FF},
+        {0x81, 0},      {0x8D, 0},      {0x8F, 0},      {0x90, 0},      {0x9D, 0},
     };
     const veIStringEncoding* cp = veStringEncodingChooser::mb_encoding();
     for (auto [byte, code] : rows) {

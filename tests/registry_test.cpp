@@ -168,22 +168,18 @@ TEST(Registry, BindingsKeepConstructionOrderAndOwnTheirTypes)
     stoClass* third = make_class(s, "Third");
     new stoStandardMapper(s, "registry_mapper");
 
-    stoSchemaTypeBinding const* b1 = s->first_binding();
-    ASSERT_NE(b1, nullptr);
-    stoSchemaTypeBinding const* b2 = b1->next();
-    ASSERT_NE(b2, nullptr);
-    stoSchemaTypeBinding const* b3 = b2->next();
-    ASSERT_NE(b3, nullptr);
-    EXPECT_EQ(b3->next(), nullptr);
-    EXPECT_EQ(b1->object(), static_cast<stoSchemaObject const*>(first));
-    EXPECT_EQ(b2->object(), static_cast<stoSchemaObject const*>(second));
-    EXPECT_EQ(b3->object(), static_cast<stoSchemaObject const*>(third));
-    EXPECT_EQ(b1->prev_binding(), nullptr);
-    EXPECT_EQ(b2->prev_binding(), b1);
-    EXPECT_EQ(b3->prev_binding(), b2);
-    EXPECT_EQ(s->last_binding(), b3);
-    EXPECT_EQ(b2->schema(), s);
-    EXPECT_EQ(b2->type().type(), static_cast<stoType const*>(second));
+    // Forwards through next, backwards through prev_binding from the last.
+    std::vector<stoSchemaObject const*> forwards, backwards;
+    for (stoSchemaTypeBinding const* b = s->first_binding(); b; b = b->next()) {
+        EXPECT_EQ(b->schema(), s);
+        EXPECT_EQ(static_cast<stoSchemaObject const*>(static_cast<stoClass const*>(b->type().type())), b->object());
+        forwards.push_back(b->object());
+    }
+    for (stoSchemaBinding const* b = s->last_binding(); b; b = b->prev_binding())
+        backwards.insert(backwards.begin(), b->object());
+    std::vector<stoSchemaObject const*> order = {first, second, third};
+    EXPECT_EQ(forwards, order);
+    EXPECT_EQ(backwards, order);
 
     std::vector<std::string> names;
     stoSchemaIT it(s);

@@ -1,6 +1,6 @@
-// Value graphs built by hand, written into live objects: pointers that meet
-// their targets late, shared and doubly owned targets, stubs, values that do
-// not fit their memory, and an opaque class filled through its model only
+// Value graphs built by hand, written into live objects (the conversion tests
+// cover pointers that meet their targets late and shared and doubly owned
+// targets): stubs, targets never written, values that do not fit their memory, and an opaque class filled through its model only
 // once every pointer in the model is final.
 #include "test_support.h"
 
@@ -163,46 +163,6 @@ struct StubFinder : stoSynthesiser {
 };
 
 }  // namespace
-
-TEST(Synthesis, PointersBuiltByHandMeetTheirTargets)
-{
-    sto_class_sntLeaf()->build();  // its prototype lives as long as the class
-    int before = g_live_leaves;
-    stoObject* value = root_value();
-    stoObject* owned = leaf_value(11);
-    set(value, "m_plain", new stoPtrValue(root_type("m_plain"), owned));  // written before its target
-    set(value, "m_owned_a", new stoPrgValue(root_type("m_owned_a"), owned));
-    stoPrgValue* second_owner = new stoPrgValue(root_type("m_owned_b"), nullptr);
-    second_owner->stoPtrValue::set_pointee(owned);  // points without owning
-    set(value, "m_owned_b", second_owner);
-    stoPrfValue* shared_a = new stoPrfValue(root_type("m_shared_a"), stoValuecoPrf());
-    shared_a->set_pointee(leaf_value(22));
-    stoPrfValue* shared_b = new stoPrfValue(root_type("m_shared_b"), stoValuecoPrf());
-    shared_b->become_clone(shared_a);
-    set(value, "m_shared_a", shared_a);
-    set(value, "m_shared_b", shared_b);
-    {
-        sntRoot root;
-        stoSynthesiser s;
-        s.synthesise(value, &root);
-        ASSERT_NE(root.m_owned_a, nullptr);
-        EXPECT_EQ(root.m_owned_a->m_value, 11);
-        EXPECT_EQ(root.m_plain, root.m_owned_a);
-        EXPECT_EQ(root.m_owned_b, nullptr);
-        ASSERT_NE(root.m_shared_a.get(), nullptr);
-        EXPECT_EQ(root.m_shared_a.get(), root.m_shared_b.get());
-        EXPECT_EQ(root.m_shared_a.ref(), root.m_shared_b.ref());
-        EXPECT_EQ(root.m_shared_a.count(), 2);
-        EXPECT_EQ(root.m_shared_b->m_value, 22);
-        EXPECT_EQ(g_live_leaves, before + 2);
-        root.m_shared_a.release();
-        EXPECT_EQ(g_live_leaves, before + 2);
-        if (root.m_owned_b == root.m_owned_a)
-            root.m_owned_b = nullptr;
-    }
-    EXPECT_EQ(g_live_leaves, before);
-    delete value;
-}
 
 TEST(Synthesis, StubsAndUnwrittenTargetsLeaveFieldsAsTheyWere)
 {
