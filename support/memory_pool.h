@@ -29,6 +29,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 class stoMemoryPool;
 
@@ -81,6 +82,23 @@ public:
     int enable_memory_pool(int on);
     // Null when the request cannot fit even an empty block.
     void* allocate(unsigned int size);
+    // The common case of the value allocator, inline: a bump in the current
+    // block of an enabled pool. Null when that does not serve (no block yet,
+    // not enough room, pool disabled); the caller then takes the full path.
+    void* bump(std::size_t size)
+    {
+        stoMemoryBlock* block = m_current;
+        if (!m_enabled || !block || size > static_cast<std::size_t>(block->m_size))
+            return nullptr;
+        int need = static_cast<int>((size + 7) / 8 * 8) + 8;
+        if (block->m_size - block->m_used < need)
+            return nullptr;
+        char* word = reinterpret_cast<char*>(block) + block->m_used;
+        std::memcpy(word, &block, sizeof block);
+        ++block->m_live;
+        block->m_used += need;
+        return word + 8;
+    }
     void deallocate(void* p);
 
     int block_size() const { return m_block_size; }

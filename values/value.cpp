@@ -15,7 +15,19 @@ stoMemoryPool* stoValue::s_sto_pool = nullptr;
 
 stoValue::~stoValue() = default;
 
-void* stoValue::operator new(std::size_t size) { return sto_value_allocate(s_sto_pool, size); }
+namespace {
+
+void* allocate_value(std::size_t size)
+{
+    stoMemoryPool* pool = stoValue::sto_memory_pool();
+    if (void* p = pool ? pool->bump(size) : nullptr)
+        return p;
+    return sto_value_allocate(pool, size);
+}
+
+}  // namespace
+
+void* stoValue::operator new(std::size_t size) { return allocate_value(size); }
 
 void stoValue::operator delete(void* p) { sto_value_deallocate(s_sto_pool, p); }
 
@@ -26,7 +38,7 @@ namespace {
 stoValue** make_slots(int n)
 {
     std::size_t count = static_cast<std::size_t>(n > 0 ? n : 1);
-    void* memory = sto_value_allocate(stoValue::sto_memory_pool(), count * sizeof(stoValue*));
+    void* memory = allocate_value(count * sizeof(stoValue*));
     return static_cast<stoValue**>(std::memset(memory, 0, count * sizeof(stoValue*)));
 }
 
