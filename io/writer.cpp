@@ -9,6 +9,7 @@
 #include "values/value.h"
 #include "values/visitors.h"
 
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -175,42 +176,47 @@ void stoWriteBuffer::write_through(char const* p, std::size_t n)
     m_os->write(p, static_cast<std::streamsize>(n));
 }
 
-// --------------------------------------------------------- stoWriteSection
+// ----------------------------------------------------------- stoWriteTable
 
-stoWriteObject* stoWriteSection::make_object(stoValue* value)
+stoWriteObject* stoWriteTable::insert(stoValue const* v, bool& made)
 {
-    if ((m_size & kMask) == 0)
-        m_chunks.emplace_back(new stoWriteObject[kMask + 1]);
-    stoWriteObject* wo = &m_chunks[m_size >> kShift][m_size & kMask];
-    ++m_size;
-    wo->m_value = value;
-    wo->m_number = next_number();
-    wo->m_section = static_cast<unsigned char>(m_index);
-    wo->m_inlinable = m_writer->inlinable(value) ? 1 : 0;
-    if (value->is_stub()) {
-        stoStub const* stub = static_cast<stoStub const*>(value);
-        utString name;
-        stoValue const* id = stub->id();
-        if (stoStringValue const* s = dynamic_cast<stoStringValue const*>(id)) {
-            name = s->value();
-        } else if (stoObject const* o = sto_as_object(id)) {
-            if (o->type() && o->type()->is_compatible_with(sto_type_stoSchemaID())) {
-                utString schema_name;
-                int version = 0;
-                stoValueUtils(id).find_schema_name_version(schema_name, version);
-                name = schema_name + "_" + version;
-            }
+    // At most seven tenths full: probes stay short.
+    if ((m_size + 1) * 10 > (m_mask + 1) * 7)
+        grow();
+    for (std::size_t i = index(v);; i = (i + 1) & m_mask) {
+        Slot& slot = m_slots[i];
+        if (slot.key == v) {
+            made = false;
+            return &slot.record;
         }
-        if (!name.is_null()) {
-            if (m_writer->m_names.contains(name))
-                name = name + m_writer->file_id(wo);
-            else
-                m_writer->m_names.add(name);
-            m_writer->set_name(wo, name);
+        if (!slot.key) {
+            slot.key = v;
+            ++m_size;
+            made = true;
+            return &slot.record;
         }
     }
-    return wo;
 }
+
+void stoWriteTable::grow()
+{
+    std::size_t old_count = m_slots ? m_mask + 1 : 0;
+    std::size_t count = old_count ? 2 * old_count : 1024;
+    std::unique_ptr<Slot[]> old = std::move(m_slots);
+    m_slots.reset(new Slot[count]());
+    m_mask = count - 1;
+    m_shift = 64 - std::countr_zero(count);
+    for (std::size_t k = 0; k < old_count; ++k) {
+        if (!old[k].key)
+            continue;
+        std::size_t i = index(old[k].key);
+        while (m_slots[i].key)
+            i = (i + 1) & m_mask;
+        m_slots[i] = old[k];
+    }
+}
+
+// --------------------------------------------------------- stoWriteSection
 
 void stoWriteSection::write()
 {
@@ -218,13 +224,25 @@ void stoWriteSection::write()
     out.put('-');
     out.put(m_name);
     out.put('\n');
+    stoWriteTable const& table = m_writer->m_table;
+    // The records are asked for a few ahead: each is a miss in the table and
+    // another in the value.
+    constexpr std::size_t ahead = 8;
+    for (std::size_t i = 0; i < m_size && i < ahead; ++i)
+        table.prefetch((*this)[i]);
     for (std::size_t i = 0; i < m_size; ++i) {
-        stoWriteObject const& wo = (*this)[i];
-        if (wo.inlined())
+        if (i + ahead < m_size) {
+            stoValue const* next = (*this)[i + ahead];
+            table.prefetch(next);
+            __builtin_prefetch(next);
+        }
+        stoValue const* value = (*this)[i];
+        stoWriteObject const* wo = table.find(value);
+        if (wo->inlined())
             continue;
-        m_writer->write_file_id(&wo);
+        m_writer->write_file_id(value, wo);
         out.put('=');
-        m_writer->write_in_full(wo.m_value, this);
+        m_writer->write_in_full(value, this);
         out.put('\n');
     }
 }
@@ -238,7 +256,6 @@ stoFileWriter::stoFileWriter()
       m_objects(this, 2, "OBJECTS", "#"),
       m_object_stubs(this, 3, "OBJECT STUBS", "#$"),
       m_sections{&m_type_stubs, &m_types, &m_objects, &m_object_stubs},
-      m_table(4, 50),
       m_names(4, 50),
       m_out_data(new char[std::size_t(1) << 16]),
       m_out(m_out_data.get(), std::size_t(1) << 16)
@@ -303,8 +320,12 @@ int stoFileWriter::write(std::ostream& os, void const* object, stoTypeHandle con
 void stoFileWriter::add_graph(stoValue* root)
 {
     // The root always has a record: it carries the name.
-    set_name(add_value(root, &m_objects, 1), "root");
+    add_value(root, &m_objects, 1);
+    set_name(root, "root");
+    constexpr std::size_t ahead = 8;
     while (!m_work.empty()) {
+        if (m_work.size() > ahead)
+            __builtin_prefetch(reinterpret_cast<void const*>(m_work[ahead] & ~kSectionBits));
         std::uintptr_t entry = m_work.front();
         m_work.pop_front();
         add_children(reinterpret_cast<stoValue const*>(entry & ~kSectionBits), m_sections[entry & kSectionBits]);
@@ -333,8 +354,27 @@ void stoFileWriter::add_children(stoValue const* value, stoWriteSection* section
     // Pointers and a stub's parent are the links by which a value can be
     // met again.
     int links = value->is_pointer() || value->is_stub();
-    for (int i = 0; i < n; ++i) {
-        if (stoValue const* child = value->child(i)) {
+    // In batches: every child is asked for first, and the table's slot of
+    // every child that goes into the table, so that the misses overlap.
+    constexpr int batch = 32;
+    stoValue const* children[batch];
+    for (int base = 0; base < n; base += batch) {
+        int m = n - base < batch ? n - base : batch;
+        for (int j = 0; j < m; ++j) {
+            children[j] = value->child(base + j);
+            if (children[j])
+                __builtin_prefetch(children[j]);
+        }
+        for (int j = 0; j < m; ++j) {
+            stoValue const* child = children[j];
+            if (child && (m_table_holds_all || child->is_object() || child->is_stub()))
+                m_table.prefetch(child);
+        }
+        for (int j = 0; j < m; ++j) {
+            stoValue const* child = children[j];
+            if (!child)
+                continue;
+            int i = base + j;
             if (links && (i == 0 || !value->is_stub()) && !child->is_object() && !child->is_stub())
                 m_pointer_to_unshared = 1;
             add_value(const_cast<stoValue*>(child), section);
@@ -342,7 +382,40 @@ void stoFileWriter::add_children(stoValue const* value, stoWriteSection* section
     }
 }
 
-stoWriteObject* stoFileWriter::add_value(stoValue* value, stoWriteSection* section, int record)
+stoWriteObject* stoFileWriter::make_object(stoValue* value, stoWriteSection* section)
+{
+    bool made = false;
+    stoWriteObject* wo = m_table.insert(value, made);
+    wo->m_number = section->add_record(value);
+    wo->m_section = static_cast<unsigned char>(section->index());
+    wo->m_count = 1;
+    wo->m_inlinable = inlinable(value) ? 1 : 0;
+    if (value->is_stub()) {
+        stoStub const* stub = static_cast<stoStub const*>(value);
+        utString name;
+        stoValue const* id = stub->id();
+        if (stoStringValue const* s = dynamic_cast<stoStringValue const*>(id)) {
+            name = s->value();
+        } else if (stoObject const* o = sto_as_object(id)) {
+            if (o->type() && o->type()->is_compatible_with(sto_type_stoSchemaID())) {
+                utString schema_name;
+                int version = 0;
+                stoValueUtils(id).find_schema_name_version(schema_name, version);
+                name = schema_name + "_" + version;
+            }
+        }
+        if (!name.is_null()) {
+            if (m_names.contains(name))
+                name = name + section->prefix_ref() + wo->m_number;
+            else
+                m_names.add(name);
+            set_name(value, name);
+        }
+    }
+    return wo;
+}
+
+void stoFileWriter::add_value(stoValue* value, stoWriteSection* section, int record)
 {
     if (is_stub(value)) {
         if (section == &m_types)
@@ -361,34 +434,32 @@ stoWriteObject* stoFileWriter::add_value(stoValue* value, stoWriteSection* secti
             section->next_number();
             if (!is_leaf(value))
                 m_work.push_back(work);
-            return nullptr;
+            return;
         }
-        stoWriteObject* wo = section->make_object(value);
-        m_table[value] = wo;
-        if (!is_type_section(section) && !wo->inlined())
+        if (m_table.find(value))
+            return;
+        // The record moves with the next insert: what is needed of it is
+        // read first.
+        int inlined = make_object(value, section)->inlined();
+        if (!is_type_section(section) && !inlined)
             add_type(value->type_ref());
         m_work.push_back(work);
-        return wo;
+        return;
     }
-    // One probe of the table for known and new values alike; the entry is
-    // not held across add_type, which adds entries of its own.
-    stoWriteObject*& entry = m_table[value];
-    if (stoWriteObject* wo = entry) {
+    if (stoWriteObject* wo = m_table.find(value)) {
         if (wo->m_count == 1) {
             wo->m_count = 2;
             // A value that was inline when first met needs its type
             // described now that it gets a record of its own.
-            if (!is_type_section(section_of(wo)) && !type_record(value))
+            if (!is_type_section(m_sections[wo->m_section]) && !type_record(value))
                 add_type(value->type_ref());
         }
-        return wo;
+        return;
     }
-    stoWriteObject* wo = section->make_object(value);
-    entry = wo;
-    if (!is_type_section(section) && !wo->inlined())
+    int inlined = make_object(value, section)->inlined();
+    if (!is_type_section(section) && !inlined)
         add_type(value->type_ref());
     m_work.push_back(work);
-    return wo;
 }
 
 stoValue* stoFileWriter::add_type(stoTypeHandle const& type)
@@ -417,36 +488,30 @@ stoValue* stoFileWriter::add_type(stoTypeHandle const& type)
     return v;
 }
 
-stoWriteObject* stoFileWriter::look_up_object(stoValue const* value) const
+void stoFileWriter::set_name(stoValue const* value, utString const& name)
 {
-    stoWriteObject* const* wo = m_table.find(value);
-    return wo ? *wo : nullptr;
+    m_record_names[value] = name;
+    m_table.find(value)->m_named = 1;
 }
 
-void stoFileWriter::set_name(stoWriteObject* wo, utString const& name)
-{
-    m_record_names[wo] = name;
-    wo->m_named = 1;
-}
-
-utString stoFileWriter::file_id(stoWriteObject const* wo) const
+utString stoFileWriter::file_id(stoValue const* value, stoWriteObject const* wo) const
 {
     if (wo->m_named)
-        return *m_record_names.find(wo);
+        return *m_record_names.find(value);
     return m_sections[wo->m_section]->prefix_ref() + wo->m_number;
 }
 
-void stoFileWriter::write_file_id(stoWriteObject const* wo)
+void stoFileWriter::write_file_id(stoValue const* value, stoWriteObject const* wo)
 {
     if (wo->m_named) {
-        m_out.put(*m_record_names.find(wo));
+        m_out.put(*m_record_names.find(value));
         return;
     }
     m_out.put(m_sections[wo->m_section]->prefix_ref());
     put_int(m_out, wo->m_number);
 }
 
-stoWriteObject const* stoFileWriter::type_record(stoValue const* value)
+stoValue const* stoFileWriter::type_record(stoValue const* value)
 {
     stoTypeHandle const& type = value->type_ref();
     if (type.is_null())
@@ -456,19 +521,19 @@ stoWriteObject const* stoFileWriter::type_record(stoValue const* value)
     if (recent.type == type.type())
         return recent.record;
     // Only found records are remembered: a type without one may get it later.
-    stoWriteObject const* wo = nullptr;
-    if (stoWriteObject const* const* known = m_type_records.find(type.type())) {
-        wo = *known;
+    stoValue const* found = nullptr;
+    if (stoValue const* const* known = m_type_records.find(type.type())) {
+        found = *known;
     } else {
         stoValue* type_value = m_type_analyser.find(stoRawPtr(type->sto_object()));
-        wo = type_value ? look_up_object(type_value) : nullptr;
-        if (!wo)
+        if (!type_value || !m_table.find(type_value))
             return nullptr;
-        m_type_records[type.type()] = wo;
+        found = type_value;
+        m_type_records[type.type()] = found;
     }
     recent.type = type.type();
-    recent.record = wo;
-    return wo;
+    recent.record = found;
+    return found;
 }
 
 int stoFileWriter::inlinable(stoValue const* value)
@@ -504,8 +569,8 @@ void stoFileWriter::write_in_full(stoValue const* value, stoWriteSection* sectio
             m_out.put(named->name_ref());
         else if (stoClass const* meta = meta_class(value))
             m_out.put(meta->name_ref());
-    } else if (stoWriteObject const* type = type_record(value)) {
-        write_file_id(type);
+    } else if (stoValue const* type = type_record(value)) {
+        write_file_id(type, m_table.find(type));
     } else {
         m_out.put('?');
     }
@@ -513,21 +578,33 @@ void stoFileWriter::write_in_full(stoValue const* value, stoWriteSection* sectio
     value->process(&visitor);
 }
 
-void stoFileWriter::write_inline(stoWriteObject const* wo)
+void stoFileWriter::write_inline(stoValue const* value, stoWriteObject const* wo)
 {
     if (!wo->inlined()) {
-        write_file_id(wo);
+        write_file_id(value, wo);
         return;
     }
-    stoWriteSection* section = section_of(wo);
+    stoWriteSection* section = m_sections[wo->m_section];
     stoWriteObjectWriter visitor(this, 1, section);
-    if (!wo->m_value->process(&visitor))
-        write_in_full(wo->m_value, section);
+    if (!value->process(&visitor))
+        write_in_full(value, section);
 }
 
 int stoFileWriter::has_record(stoValue const* value)
 {
     return m_table_holds_all || value->is_object() || value->is_stub() || !inlinable(value);
+}
+
+void stoFileWriter::write_record_child(stoValue const* value)
+{
+    if (!value) {
+        m_out.put('@');
+        return;
+    }
+    if (stoWriteObject const* wo = m_table.find(value))
+        write_inline(value, wo);
+    else
+        m_out.put('@');
 }
 
 void stoFileWriter::write_child(stoValue const* value, stoWriteSection* section)
@@ -537,10 +614,7 @@ void stoFileWriter::write_child(stoValue const* value, stoWriteSection* section)
         return;
     }
     if (has_record(value)) {
-        if (stoWriteObject const* wo = look_up_object(value))
-            write_inline(wo);
-        else
-            m_out.put('@');
+        write_record_child(value);
         return;
     }
     // Met once and written in place: printed from the value, in the section
@@ -553,10 +627,32 @@ void stoFileWriter::write_child(stoValue const* value, stoWriteSection* section)
 void stoFileWriter::write_fields(stoValue const* value, stoWriteSection* section)
 {
     int n = value->number_of_children();
-    for (int i = 0; i < n; ++i) {
-        if (i)
-            m_out.put(',');
-        write_child(value->child(i), section);
+    // In batches, as in add_children: the children first, then the table's
+    // slots of those with records and of the targets of pointers.
+    constexpr int batch = 32;
+    stoValue const* children[batch];
+    for (int base = 0; base < n; base += batch) {
+        int m = n - base < batch ? n - base : batch;
+        for (int j = 0; j < m; ++j) {
+            children[j] = value->child(base + j);
+            if (children[j])
+                __builtin_prefetch(children[j]);
+        }
+        for (int j = 0; j < m; ++j) {
+            stoValue const* child = children[j];
+            if (!child)
+                continue;
+            if (m_table_holds_all || child->is_object() || child->is_stub())
+                m_table.prefetch(child);
+            else if (child->is_pointer())
+                if (stoValue const* target = static_cast<stoPtrValue const*>(child)->pointee())
+                    m_table.prefetch(target);
+        }
+        for (int j = 0; j < m; ++j) {
+            if (base + j)
+                m_out.put(',');
+            write_child(children[j], section);
+        }
     }
 }
 
@@ -591,11 +687,11 @@ void stoFileWriter::release_type_values()
     // what they hold belong to nobody in the graph: the ones no other record
     // owns are deleted here, and take what they own with them.
     stoValuePtrcoSet owned;
-    for (int i = 0; i < m_types.size(); ++i)
-        collect_owned(m_types[i].value(), owned);
-    for (int i = 0; i < m_types.size(); ++i)
-        if (!owned.contains(m_types[i].value()))
-            delete m_types[i].value();
+    for (std::size_t i = 0; i < m_types.size(); ++i)
+        collect_owned(m_types[i], owned);
+    for (std::size_t i = 0; i < m_types.size(); ++i)
+        if (!owned.contains(m_types[i]))
+            delete m_types[i];
 }
 
 // ----------------------------------------------------------------- literals

@@ -96,18 +96,69 @@ public:
     int inlined() const { return m_count == 1 && m_inlinable; }
     // 1, or 2 for "more than once".
     int count() const { return m_count; }
-    stoValue const* value() const { return m_value; }
 
 private:
     friend class stoFileWriter;
-    friend class stoWriteSection;
 
-    stoValue* m_value = nullptr;
     int m_number = 0;
     unsigned char m_section = 0;      // index among the writer's sections
-    unsigned char m_count = 1;
+    unsigned char m_count = 0;        // 0 while the slot is free
     unsigned char m_inlinable = 0;    // written in place while referred to once
     unsigned char m_named = 0;        // the name is in the writer's name table
+};
+
+// The records by value. Open addressing with linear probing over one array
+// of (value, record) slots, so that finding a value reads one cache line,
+// and the loops over children can ask for it ahead (prefetch): the table is
+// far larger than the caches and is read in no useful order. A record's
+// place holds until the next insert.
+class stoWriteTable {
+public:
+    stoWriteTable() = default;
+    stoWriteTable(stoWriteTable const&) = delete;
+    stoWriteTable& operator=(stoWriteTable const&) = delete;
+
+    stoWriteObject* find(stoValue const* v) const
+    {
+        if (!m_slots)
+            return nullptr;
+        for (std::size_t i = index(v);; i = (i + 1) & m_mask) {
+            Slot& slot = m_slots[i];
+            if (slot.key == v)
+                return &slot.record;
+            if (!slot.key)
+                return nullptr;
+        }
+    }
+    // The record of v; `made` tells whether it is new (and zero).
+    stoWriteObject* insert(stoValue const* v, bool& made);
+    void prefetch(stoValue const* v) const
+    {
+        if (m_slots)
+            __builtin_prefetch(&m_slots[index(v)]);
+    }
+    void clear()
+    {
+        m_slots.reset();
+        m_mask = 0;
+        m_size = 0;
+    }
+
+private:
+    struct Slot {
+        stoValue const* key;
+        stoWriteObject record;
+    };
+    std::size_t index(stoValue const* v) const
+    {
+        return static_cast<std::size_t>((reinterpret_cast<std::uintptr_t>(v) * 0x9E3779B97F4A7C15ull) >> m_shift);
+    }
+    void grow();
+
+    std::unique_ptr<Slot[]> m_slots;
+    std::size_t m_mask = 0;
+    std::size_t m_size = 0;
+    int m_shift = 64;
 };
 
 class stoWriteSection {
@@ -124,10 +175,18 @@ public:
     utString const& prefix_ref() const { return m_prefix; }
     int index() const { return m_index; }
     int next_number() { return ++m_counter; }
-    // A new record, numbered next; it never moves.
-    stoWriteObject* make_object(stoValue* value);
-    int size() const { return static_cast<int>(m_size); }
-    stoWriteObject const& operator[](std::size_t i) const { return m_chunks[i >> kShift][i & kMask]; }
+    // Lists the value of a new record; answers its number.
+    int add_record(stoValue* value)
+    {
+        if ((m_size & kMask) == 0)
+            m_chunks.emplace_back(new stoValue*[kMask + 1]);
+        m_chunks[m_size >> kShift][m_size & kMask] = value;
+        ++m_size;
+        return next_number();
+    }
+    // The values of the records, in the order they were made.
+    std::size_t size() const { return m_size; }
+    stoValue* operator[](std::size_t i) const { return m_chunks[i >> kShift][i & kMask]; }
     // Forgets every record made, for a fresh start.
     void reset()
     {
@@ -138,7 +197,7 @@ public:
     void write();
 
 private:
-    // Records in chunks of 4096: they never move, and go in a few frees.
+    // In chunks of 4096: no copies while growing, a few frees at the end.
     static constexpr int kShift = 12;
     static constexpr std::size_t kMask = (std::size_t(1) << kShift) - 1;
 
@@ -148,7 +207,7 @@ private:
     int m_index;
     int m_counter = 0;
     std::size_t m_size = 0;
-    std::vector<std::unique_ptr<stoWriteObject[]>> m_chunks;
+    std::vector<std::unique_ptr<stoValue*[]>> m_chunks;
 };
 
 // The type analyser: stubs every stubbable type at once and never lets a
@@ -176,28 +235,31 @@ protected:
     friend class stoWriteSection;
     friend class stoWriteObjectWriter;
 
-    // The record of the value, or null when it is written in place without
-    // one; `record` makes one whatever the value.
-    stoWriteObject* add_value(stoValue* value, stoWriteSection* section, int record = 0);
+    // Numbers the value and gives it a record where it needs one (`record`:
+    // whatever the value).
+    void add_value(stoValue* value, stoWriteSection* section, int record = 0);
     stoValue* add_type(stoTypeHandle const& type);
-    stoWriteObject* look_up_object(stoValue const* value) const;
+    stoWriteObject* look_up_object(stoValue const* value) const { return m_table.find(value); }
+    // Makes the record of a value not in the table yet.
+    stoWriteObject* make_object(stoValue* value, stoWriteSection* section);
     // Prints a child value inside a body of `section`: "@", a reference or
     // the value in place.
     void write_child(stoValue const* value, stoWriteSection* section);
+    // The same for a value that has a record.
+    void write_record_child(stoValue const* value);
     void write_fields(stoValue const* value, stoWriteSection* section);
     // The type reference and the body.
     void write_in_full(stoValue const* value, stoWriteSection* section);
-    void write_inline(stoWriteObject const* wo);
-    void write_file_id(stoWriteObject const* wo);
-    utString file_id(stoWriteObject const* wo) const;
-    void set_name(stoWriteObject* wo, utString const& name);
-    stoWriteSection* section_of(stoWriteObject const* wo) { return m_sections[wo->m_section]; }
+    void write_inline(stoValue const* value, stoWriteObject const* wo);
+    void write_file_id(stoValue const* value, stoWriteObject const* wo);
+    utString file_id(stoValue const* value, stoWriteObject const* wo) const;
+    void set_name(stoValue const* value, utString const& name);
     stoWriteBuffer& out() { return m_out; }
     int is_type_section(stoWriteSection const* section) const { return section == &m_type_stubs || section == &m_types; }
     // Whether the value was given a record when it was added.
     int has_record(stoValue const* value);
-    // The record that describes a value's type, or null.
-    stoWriteObject const* type_record(stoValue const* value);
+    // The type value, with a record, that describes a value's type, or null.
+    stoValue const* type_record(stoValue const* value);
     // Deletes the type values that no other type value owns.
     void release_type_values();
     // Whether values of the type are written in place when referred to once.
@@ -213,12 +275,12 @@ protected:
     stoWriteSection m_objects;
     stoWriteSection m_object_stubs;
     stoWriteSection* m_sections[4];
-    coTable<stoValue const*, stoWriteObject*> m_table;
+    stoWriteTable m_table;
     stoWriteTypeAnalyser m_type_analyser;
     stoAnalyser m_object_analyser;
     coSet<utString> m_names;
-    // The names of named records: stubs and the root.
-    coTable<stoWriteObject const*, utString> m_record_names;
+    // The names of named records (stubs and the root) by value.
+    coTable<stoValue const*, utString> m_record_names;
     // Values whose children are still to be added, with the index of their
     // section in the low bits (values are 8-aligned).
     std::deque<std::uintptr_t> m_work;
@@ -238,10 +300,10 @@ protected:
         int inlinable = 0;
     };
     InlinableEntry m_inlinable_recent[64];  // in front of the table, by address
-    coTable<stoType const*, stoWriteObject const*> m_type_records;
+    coTable<stoType const*, stoValue const*> m_type_records;
     struct TypeRecordEntry {
         stoType const* type = nullptr;
-        stoWriteObject const* record = nullptr;
+        stoValue const* record = nullptr;
     };
     TypeRecordEntry m_type_records_recent[64];
     // The table holds the values that can be met more than once: objects and
