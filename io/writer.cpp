@@ -66,6 +66,16 @@ bool is_leaf(stoValue const* v)
 
 constexpr std::uintptr_t kSectionBits = 3;
 
+// Asks for the children of a value whose own memory was asked for some time
+// before: the second step of reading ahead.
+void prefetch_children(stoValue const* v)
+{
+    int n = v->number_of_children();
+    for (int i = 0; i < n && i < 32; ++i)
+        if (stoValue const* c = v->child(i))
+            __builtin_prefetch(c);
+}
+
 }  // namespace
 
 // Prints a value in the store file syntax; answers 1 when it printed it.
@@ -227,7 +237,8 @@ void stoWriteSection::write()
     stoWriteTable const& table = m_writer->m_table;
     // The records are asked for a few ahead: each is a miss in the table and
     // another in the value.
-    constexpr std::size_t ahead = 8;
+    constexpr std::size_t ahead = 12;
+    constexpr std::size_t near = 4;
     for (std::size_t i = 0; i < m_size && i < ahead; ++i)
         table.prefetch((*this)[i]);
     for (std::size_t i = 0; i < m_size; ++i) {
@@ -236,6 +247,8 @@ void stoWriteSection::write()
             table.prefetch(next);
             __builtin_prefetch(next);
         }
+        if (i + near < m_size)
+            prefetch_children((*this)[i + near]);
         stoValue const* value = (*this)[i];
         stoWriteObject const* wo = table.find(value);
         if (wo->inlined())
@@ -322,10 +335,13 @@ void stoFileWriter::add_graph(stoValue* root)
     // The root always has a record: it carries the name.
     add_value(root, &m_objects, 1);
     set_name(root, "root");
-    constexpr std::size_t ahead = 8;
+    constexpr std::size_t ahead = 24;
+    constexpr std::size_t near = 8;
     while (!m_work.empty()) {
         if (m_work.size() > ahead)
             __builtin_prefetch(reinterpret_cast<void const*>(m_work[ahead] & ~kSectionBits));
+        if (m_work.size() > near)
+            prefetch_children(reinterpret_cast<stoValue const*>(m_work[near] & ~kSectionBits));
         std::uintptr_t entry = m_work.front();
         m_work.pop_front();
         add_children(reinterpret_cast<stoValue const*>(entry & ~kSectionBits), m_sections[entry & kSectionBits]);
