@@ -510,13 +510,6 @@ void stoFileWriter::set_name(stoValue const* value, utString const& name)
     m_table.find(value)->m_named = 1;
 }
 
-utString stoFileWriter::file_id(stoValue const* value, stoWriteObject const* wo) const
-{
-    if (wo->m_named)
-        return *m_record_names.find(value);
-    return m_sections[wo->m_section]->prefix_ref() + wo->m_number;
-}
-
 void stoFileWriter::write_file_id(stoValue const* value, stoWriteObject const* wo)
 {
     if (wo->m_named) {

@@ -252,7 +252,6 @@ protected:
     void write_in_full(stoValue const* value, stoWriteSection* section);
     void write_inline(stoValue const* value, stoWriteObject const* wo);
     void write_file_id(stoValue const* value, stoWriteObject const* wo);
-    utString file_id(stoValue const* value, stoWriteObject const* wo) const;
     void set_name(stoValue const* value, utString const& name);
     stoWriteBuffer& out() { return m_out; }
     int is_type_section(stoWriteSection const* section) const { return section == &m_type_stubs || section == &m_types; }
