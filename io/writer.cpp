@@ -9,6 +9,7 @@
 #include "values/value.h"
 #include "values/visitors.h"
 
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -35,32 +36,54 @@ stoSchemaObject const* as_schema_object(stoTypeHandle const& t)
     return stoSchemaObject::sto_dynamic_cast(o.type(), o.ptr());
 }
 
-void put_int(std::ostream& os, long long v)
+void put_int(stoWriteBuffer& out, long long v)
 {
-    char buf[24];
-    auto r = std::to_chars(buf, buf + sizeof buf, v);
-    os.write(buf, r.ptr - buf);
+    char* p = out.room(24);
+    out.commit(std::to_chars(p, p + 24, v).ptr);
 }
 
 // Seventeen significant digits in the shorter of fixed and exponent
 // notation, as a stream with precision 17 prints them.
-void put_double(std::ostream& os, double v)
+void put_double(stoWriteBuffer& out, double v)
 {
-    char buf[40];
-    auto r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::general, 17);
-    os.write(buf, r.ptr - buf);
+    char* p = out.room(40);
+    out.commit(std::to_chars(p, p + 40, v, std::chars_format::general, 17).ptr);
 }
 
-// Prints a value in the store file syntax; answers 1 when it printed it.
+// Values of these kinds have no children: they need no turn in the work list.
+bool is_leaf(stoValue const* v)
+{
+    switch (v->kind()) {
+    case stoValue::kIntKind:
+    case stoValue::kDoubleKind:
+    case stoValue::kStringKind:
+    case stoValue::kByteArrayKind:
+        return true;
+    default:
+        return false;
+    }
+}
+
+constexpr std::uintptr_t kSectionBits = 3;
+
+// Asks for the children of a value whose own memory was asked for some time
+// before: the second step of reading ahead.
+void prefetch_children(stoValue const* v)
+{
+    int n = v->number_of_children();
+    for (int i = 0; i < n && i < 32; ++i)
+        if (stoValue const* c = v->child(i))
+            __builtin_prefetch(c);
+}
+
 }  // namespace
 
+// Prints a value in the store file syntax; answers 1 when it printed it.
 class stoWriteObjectWriter : public stoProcessValue {
 public:
-    stoWriteObjectWriter(stoFileWriter* writer, int inline_flag) : m_writer(writer), m_inline(inline_flag) {}
-    // Visits the value of `record`, whose child records are known: no look-up
-    // per child.
-    stoWriteObjectWriter(stoFileWriter* writer, int inline_flag, stoWriteObject const* record)
-        : m_writer(writer), m_inline(inline_flag), m_record(record)
+    // `section` is the one whose body the value is printed in.
+    stoWriteObjectWriter(stoFileWriter* writer, int inline_flag, stoWriteSection* section)
+        : m_writer(writer), m_out(writer->out()), m_inline(inline_flag), m_section(section)
     {
     }
 
@@ -68,45 +91,45 @@ public:
     {
         if (m_inline)
             return 0;
-        os() << '{';
-        fields(v);
-        os() << '}';
+        m_out.put('{');
+        m_writer->write_fields(v, m_section);
+        m_out.put('}');
         return 1;
     }
     int process_stoIntValue(stoIntValue const* v) override
     {
         colon();
-        put_int(os(), v->value64());
+        put_int(m_out, v->value64());
         return 1;
     }
     int process_stoDoubleValue(stoDoubleValue const* v) override
     {
         colon();
         if (v->value() == -std::numeric_limits<double>::max())
-            os() << '@';
+            m_out.put('@');
         else
-            put_double(os(), v->value());
+            put_double(m_out, v->value());
         return 1;
     }
     int process_stoStringValue(stoStringValue const* v) override
     {
         colon();
-        sto_write_ascii_utString(os(), v->value_ref());
+        sto_write_ascii_utString(m_out, v->value_ref());
         return 1;
     }
     int process_stoByteArrayValue(stoByteArrayValue const* v) override
     {
         colon();
-        os() << "!{\n";
-        sto_write_ascii_stoByteArray(os(), v->value());
-        os() << "}!";
+        m_out.put("!{\n", 3);
+        sto_write_ascii_stoByteArray(m_out, v->value());
+        m_out.put("}!", 2);
         return 1;
     }
     int process_stoPtrValue(stoPtrValue const* v) override
     {
         colon();
-        os() << '&';
-        child(v->pointee(), 0);
+        m_out.put('&');
+        m_writer->write_child(v->pointee(), m_section);
         return 1;
     }
     int process_stoArrayValue(stoArrayValue const* v) override
@@ -114,202 +137,141 @@ public:
         // An array with a record of its own is marked with ":", so that the
         // reader does not take it for a stub.
         colon();
-        os() << '(';
-        fields(v);
-        os() << ')';
+        m_out.put('(');
+        m_writer->write_fields(v, m_section);
+        m_out.put(')');
         return 1;
     }
     int process_stoStub(stoStub const* v) override
     {
-        os() << '(';
-        child(v->id(), 1);
-        os() << ",&";
-        child(v->parent(), 0);
-        os() << ')';
+        m_out.put('(');
+        m_writer->write_child(v->id(), m_section);
+        m_out.put(",&", 2);
+        m_writer->write_child(v->parent(), m_section);
+        m_out.put(')');
         return 1;
     }
     int process_stoMappedValue(stoMappedValue const* v) override
     {
-        os() << '<';
-        fields(v);
-        os() << '>';
+        m_out.put('<');
+        m_writer->write_fields(v, m_section);
+        m_out.put('>');
         return 1;
     }
 
 private:
-    std::ostream& os() const { return m_writer->os(); }
-    void colon() const
+    void colon()
     {
         if (!m_inline)
-            os() << ':';
-    }
-    // Child i of the visited value, which is `value`.
-    void child(stoValue const* value, int i) const
-    {
-        if (m_record)
-            m_writer->write_record_child(m_record->children()[i]);
-        else
-            m_writer->write_child(value);
-    }
-    void fields(stoValue const* v) const
-    {
-        if (m_record)
-            m_writer->write_record_fields(m_record);
-        else
-            m_writer->write_fields(v);
+            m_out.put(':');
     }
 
     stoFileWriter* m_writer;
+    stoWriteBuffer& m_out;
     int m_inline;
-    stoWriteObject const* m_record = nullptr;
+    stoWriteSection* m_section;
 };
 
-// ---------------------------------------------------------- stoWriteObject
+// ---------------------------------------------------------- stoWriteBuffer
 
-void stoWriteObject::become(stoFileWriter* writer, stoWriteSection* section, stoValue* value)
+void stoWriteBuffer::flush()
 {
-    m_section = section;
-    m_writer = writer;
-    m_value = value;
-    m_number = section->next_number();
-    m_count = 1;
-    m_owns = writer->is_type_section(section) ? 1 : 0;
-    m_inlinable = writer->inlinable(value) ? 1 : 0;
-    if (value->is_stub()) {
-        stoStub const* stub = static_cast<stoStub const*>(value);
-        utString name;
-        stoValue const* id = stub->id();
-        if (stoStringValue const* s = dynamic_cast<stoStringValue const*>(id)) {
-            name = s->value();
-        } else if (stoObject const* o = sto_as_object(id)) {
-            if (o->type() && o->type()->is_compatible_with(sto_type_stoSchemaID())) {
-                utString schema_name;
-                int version = 0;
-                stoValueUtils(id).find_schema_name_version(schema_name, version);
-                name = schema_name + "_" + version;
-            }
-        }
-        if (!name.is_null()) {
-            if (writer->m_names.contains(name))
-                name = name + file_id();
-            else
-                writer->m_names.add(name);
-            m_name = name;
-        }
-    }
+    if (m_used)
+        m_os->write(m_data, static_cast<std::streamsize>(m_used));
+    m_used = 0;
 }
 
-void stoWriteObject::add_children()
+void stoWriteBuffer::write_through(char const* p, std::size_t n)
 {
-    int n = m_value->number_of_children();
-    std::vector<stoWriteObject*>& records = m_writer->m_child_records;
-    m_first_child = static_cast<int>(records.size());
-    records.resize(records.size() + static_cast<std::size_t>(n), nullptr);
-    // Pointers and a stub's parent are the links by which a value can be
-    // met again.
-    int links = m_value->is_pointer() || m_value->is_stub();
-    for (int i = 0; i < n; ++i) {
-        if (stoValue const* child = m_value->child(i)) {
-            if (links && (i == 0 || !m_value->is_stub()) && !child->is_object() && !child->is_stub())
-                m_writer->m_pointer_to_unshared = 1;
-            records[static_cast<std::size_t>(m_first_child + i)] =
-                m_writer->add_value(const_cast<stoValue*>(child), m_section);
+    m_os->write(p, static_cast<std::streamsize>(n));
+}
+
+// ----------------------------------------------------------- stoWriteTable
+
+stoWriteObject* stoWriteTable::insert(stoValue const* v, bool& made)
+{
+    // At most seven tenths full: probes stay short.
+    if ((m_size + 1) * 10 > (m_mask + 1) * 7)
+        grow();
+    for (std::size_t i = index(v);; i = (i + 1) & m_mask) {
+        Slot& slot = m_slots[i];
+        if (slot.key == v) {
+            made = false;
+            return &slot.record;
+        }
+        if (!slot.key) {
+            slot.key = v;
+            ++m_size;
+            made = true;
+            return &slot.record;
         }
     }
 }
 
-stoWriteObject* const* stoWriteObject::children() const
+void stoWriteTable::grow()
 {
-    return m_writer->m_child_records.data() + m_first_child;
-}
-
-utString stoWriteObject::file_id() const
-{
-    if (!m_name.is_null())
-        return m_name;
-    return m_section->prefix_ref() + m_number;
-}
-
-void stoWriteObject::write_file_id(std::ostream& os) const
-{
-    if (!m_name.is_null()) {
-        os << m_name;
-        return;
+    std::size_t old_count = m_slots ? m_mask + 1 : 0;
+    std::size_t count = old_count ? 2 * old_count : 1024;
+    std::unique_ptr<Slot[]> old = std::move(m_slots);
+    m_slots.reset(new Slot[count]());
+    m_mask = count - 1;
+    m_shift = 64 - std::countr_zero(count);
+    for (std::size_t k = 0; k < old_count; ++k) {
+        if (!old[k].key)
+            continue;
+        std::size_t i = index(old[k].key);
+        while (m_slots[i].key)
+            i = (i + 1) & m_mask;
+        m_slots[i] = old[k];
     }
-    os << m_section->prefix_ref();
-    put_int(os, m_number);
-}
-
-int stoWriteObject::inlined() const { return m_count == 1 && m_inlinable; }
-
-void stoWriteObject::write() const
-{
-    if (inlined())
-        return;
-    std::ostream& os = m_section->os();
-    write_file_id(os);
-    os << '=';
-    write_in_full();
-    os << '\n';
-}
-
-void stoWriteObject::write_in_full() const
-{
-    std::ostream& os = m_section->os();
-    if (m_writer->is_type_section(m_section)) {
-        if (stoSchemaObject const* named = as_schema_object(m_value->type_ref()))
-            os << named->name_ref();
-        else if (stoClass const* meta = meta_class(m_value))
-            os << meta->name_ref();
-    } else if (stoWriteObject const* type = m_writer->type_record(m_value)) {
-        type->write_file_id(os);
-    } else {
-        os << '?';
-    }
-    stoWriteObjectWriter visitor(m_writer, 0, this);
-    m_value->process(&visitor);
-}
-
-void stoWriteObject::write_inline() const
-{
-    if (!inlined()) {
-        write_file_id(m_section->os());
-        return;
-    }
-    stoWriteObjectWriter visitor(m_writer, 1, this);
-    if (!m_value->process(&visitor))
-        write_in_full();
 }
 
 // --------------------------------------------------------- stoWriteSection
 
-stoWriteObject* stoWriteSection::make_object(stoValue* value)
-{
-    m_objects.emplace_back();
-    stoWriteObject* wo = &m_objects.back();
-    wo->become(m_writer, this, value);
-    return wo;
-}
-
 void stoWriteSection::write()
 {
-    os() << '-' << m_name << '\n';
-    for (stoWriteObject const& wo : m_objects)
-        wo.write();
+    stoWriteBuffer& out = m_writer->out();
+    out.put('-');
+    out.put(m_name);
+    out.put('\n');
+    stoWriteTable const& table = m_writer->m_table;
+    // The records are asked for a few ahead: each is a miss in the table and
+    // another in the value.
+    constexpr std::size_t ahead = 12;
+    constexpr std::size_t near = 4;
+    for (std::size_t i = 0; i < m_size && i < ahead; ++i)
+        table.prefetch((*this)[i]);
+    for (std::size_t i = 0; i < m_size; ++i) {
+        if (i + ahead < m_size) {
+            stoValue const* next = (*this)[i + ahead];
+            table.prefetch(next);
+            __builtin_prefetch(next);
+        }
+        if (i + near < m_size)
+            prefetch_children((*this)[i + near]);
+        stoValue const* value = (*this)[i];
+        stoWriteObject const* wo = table.find(value);
+        if (wo->inlined())
+            continue;
+        m_writer->write_file_id(value, wo);
+        out.put('=');
+        m_writer->write_in_full(value, this);
+        out.put('\n');
+    }
 }
-
-std::ostream& stoWriteSection::os() const { return m_writer->os(); }
 
 // ----------------------------------------------------------- stoFileWriter
 
 stoFileWriter::stoFileWriter()
     : m_os(nullptr),
-      m_type_stubs(this, "TYPE STUBS", "%$"),
-      m_types(this, "TYPES", "%"),
-      m_objects(this, "OBJECTS", "#"),
-      m_object_stubs(this, "OBJECT STUBS", "#$"),
-      m_table(4, 50),
-      m_names(4, 50)
+      m_type_stubs(this, 0, "TYPE STUBS", "%$"),
+      m_types(this, 1, "TYPES", "%"),
+      m_objects(this, 2, "OBJECTS", "#"),
+      m_object_stubs(this, 3, "OBJECT STUBS", "#$"),
+      m_sections{&m_type_stubs, &m_types, &m_objects, &m_object_stubs},
+      m_names(4, 50),
+      m_out_data(new char[std::size_t(1) << 16]),
+      m_out(m_out_data.get(), std::size_t(1) << 16)
 {
 }
 
@@ -323,6 +285,7 @@ stoFileWriter::~stoFileWriter() = default;
 int stoFileWriter::write(std::ostream& os, void const* object, stoTypeHandle const& type)
 {
     m_os = &os;
+    m_out.set_stream(&os);
     std::streamsize precision = os.precision(17);
     sto_finish_values();
     int ok = 1;
@@ -338,6 +301,7 @@ int stoFileWriter::write(std::ostream& os, void const* object, stoTypeHandle con
             {
                 writer->m_os->precision(precision);
                 writer->m_os = nullptr;
+                writer->m_out.set_stream(nullptr);
                 writer->m_object_analyser.destroy_stubs();
                 writer->m_type_analyser.destroy_stubs();
                 delete root;
@@ -349,11 +313,15 @@ int stoFileWriter::write(std::ostream& os, void const* object, stoTypeHandle con
             m_object_analyser.stub_dangling_pointers();
             if (root)
                 add_graph(root);
-            os << "STO1\n";
+            // The work list and the table of types added are spent: their
+            // memory goes before the text is printed.
+            std::deque<std::uintptr_t>().swap(m_work);
+            m_out.put("STO1\n", 5);
             m_type_stubs.write();
             m_types.write();
             m_objects.write();
             m_object_stubs.write();
+            m_out.flush();
         } catch (stoFileWriteFailureException* e) {
             delete e;
             ok = 0;
@@ -364,31 +332,106 @@ int stoFileWriter::write(std::ostream& os, void const* object, stoTypeHandle con
 
 void stoFileWriter::add_graph(stoValue* root)
 {
-    add_value(root, &m_objects)->set_name("root");
-    for (int i = 0; i < m_work.size(); ++i)
-        m_work[i]->add_children();
+    // The root always has a record: it carries the name.
+    add_value(root, &m_objects, 1);
+    set_name(root, "root");
+    constexpr std::size_t ahead = 24;
+    constexpr std::size_t near = 8;
+    while (!m_work.empty()) {
+        if (m_work.size() > ahead)
+            __builtin_prefetch(reinterpret_cast<void const*>(m_work[ahead] & ~kSectionBits));
+        if (m_work.size() > near)
+            prefetch_children(reinterpret_cast<stoValue const*>(m_work[near] & ~kSectionBits));
+        std::uintptr_t entry = m_work.front();
+        m_work.pop_front();
+        add_children(reinterpret_cast<stoValue const*>(entry & ~kSectionBits), m_sections[entry & kSectionBits]);
+    }
     if (m_pointer_to_unshared && !m_table_holds_all) {
         // A pointer leads to a value that is neither an object nor a stub, so
         // that value may have been met before without the table: start again
         // with every value in the table.
-        for (stoWriteSection* section : {&m_type_stubs, &m_types, &m_objects, &m_object_stubs})
+        for (stoWriteSection* section : m_sections)
             section->reset();
         m_table.clear();
         m_names.clear();
-        m_work.clear();
-        m_child_records.clear();
+        m_record_names.clear();
         m_types_added.clear();
         m_type_records.clear();
+        for (TypeRecordEntry& e : m_type_records_recent)
+            e = TypeRecordEntry();
         m_table_holds_all = 1;
         add_graph(root);
-        return;
     }
-    // The list is complete: its spare capacity would only add to the peak
-    // while the text is printed.
-    m_child_records.shrink_to_fit();
 }
 
-stoWriteObject* stoFileWriter::add_value(stoValue* value, stoWriteSection* section)
+void stoFileWriter::add_children(stoValue const* value, stoWriteSection* section)
+{
+    int n = value->number_of_children();
+    // Pointers and a stub's parent are the links by which a value can be
+    // met again.
+    int links = value->is_pointer() || value->is_stub();
+    // In batches: every child is asked for first, and the table's slot of
+    // every child that goes into the table, so that the misses overlap.
+    constexpr int batch = 32;
+    stoValue const* children[batch];
+    for (int base = 0; base < n; base += batch) {
+        int m = n - base < batch ? n - base : batch;
+        for (int j = 0; j < m; ++j) {
+            children[j] = value->child(base + j);
+            if (children[j])
+                __builtin_prefetch(children[j]);
+        }
+        for (int j = 0; j < m; ++j) {
+            stoValue const* child = children[j];
+            if (child && (m_table_holds_all || child->is_object() || child->is_stub()))
+                m_table.prefetch(child);
+        }
+        for (int j = 0; j < m; ++j) {
+            stoValue const* child = children[j];
+            if (!child)
+                continue;
+            int i = base + j;
+            if (links && (i == 0 || !value->is_stub()) && !child->is_object() && !child->is_stub())
+                m_pointer_to_unshared = 1;
+            add_value(const_cast<stoValue*>(child), section);
+        }
+    }
+}
+
+stoWriteObject* stoFileWriter::make_object(stoValue* value, stoWriteSection* section)
+{
+    bool made = false;
+    stoWriteObject* wo = m_table.insert(value, made);
+    wo->m_number = section->add_record(value);
+    wo->m_section = static_cast<unsigned char>(section->index());
+    wo->m_count = 1;
+    wo->m_inlinable = inlinable(value) ? 1 : 0;
+    if (value->is_stub()) {
+        stoStub const* stub = static_cast<stoStub const*>(value);
+        utString name;
+        stoValue const* id = stub->id();
+        if (stoStringValue const* s = dynamic_cast<stoStringValue const*>(id)) {
+            name = s->value();
+        } else if (stoObject const* o = sto_as_object(id)) {
+            if (o->type() && o->type()->is_compatible_with(sto_type_stoSchemaID())) {
+                utString schema_name;
+                int version = 0;
+                stoValueUtils(id).find_schema_name_version(schema_name, version);
+                name = schema_name + "_" + version;
+            }
+        }
+        if (!name.is_null()) {
+            if (m_names.contains(name))
+                name = name + section->prefix_ref() + wo->m_number;
+            else
+                m_names.add(name);
+            set_name(value, name);
+        }
+    }
+    return wo;
+}
+
+void stoFileWriter::add_value(stoValue* value, stoWriteSection* section, int record)
 {
     if (is_stub(value)) {
         if (section == &m_types)
@@ -398,32 +441,41 @@ stoWriteObject* stoFileWriter::add_value(stoValue* value, stoWriteSection* secti
     }
     if (value->kind() == stoValue::kDoubleKind && !std::isfinite(static_cast<stoDoubleValue const*>(value)->value()))
         throw new stoNonFiniteNumberException();
+    std::uintptr_t work = reinterpret_cast<std::uintptr_t>(value) | static_cast<std::uintptr_t>(section->index());
     // Values that cannot be met twice skip the table: most values are
-    // members, met once, through their object.
+    // members, met once, through their object. Those written in place need
+    // no record either, only their number.
     if (!m_table_holds_all && !value->is_object() && !value->is_stub()) {
-        stoWriteObject* wo = section->make_object(value);
-        if (!is_type_section(section) && !wo->inlined())
+        if (!record && inlinable(value)) {
+            section->next_number();
+            if (!is_leaf(value))
+                m_work.push_back(work);
+            return;
+        }
+        if (m_table.find(value))
+            return;
+        // The record moves with the next insert: what is needed of it is
+        // read first.
+        int inlined = make_object(value, section)->inlined();
+        if (!is_type_section(section) && !inlined)
             add_type(value->type_ref());
-        m_work.append(wo);
-        return wo;
+        m_work.push_back(work);
+        return;
     }
-    // One probe of the table for known and new values alike; the entry is
-    // not held across add_type, which adds entries of its own.
-    stoWriteObject*& entry = m_table[value];
-    if (stoWriteObject* wo = entry) {
-        wo->inc();
-        // A value that was inline when first met needs its type described
-        // now that it gets a record of its own.
-        if (wo->count() == 2 && !is_type_section(wo->section()) && !type_record(value))
-            add_type(value->type_ref());
-        return wo;
+    if (stoWriteObject* wo = m_table.find(value)) {
+        if (wo->m_count == 1) {
+            wo->m_count = 2;
+            // A value that was inline when first met needs its type
+            // described now that it gets a record of its own.
+            if (!is_type_section(m_sections[wo->m_section]) && !type_record(value))
+                add_type(value->type_ref());
+        }
+        return;
     }
-    stoWriteObject* wo = section->make_object(value);
-    entry = wo;
-    if (!is_type_section(section) && !wo->inlined())
+    int inlined = make_object(value, section)->inlined();
+    if (!is_type_section(section) && !inlined)
         add_type(value->type_ref());
-    m_work.append(wo);
-    return wo;
+    m_work.push_back(work);
 }
 
 stoValue* stoFileWriter::add_type(stoTypeHandle const& type)
@@ -441,7 +493,9 @@ stoValue* stoFileWriter::add_type(stoTypeHandle const& type)
     m_types_added[type.type()].value = v;
     if (!v)
         return nullptr;
-    add_value(v, &m_types);
+    // A record whatever the value: release_type_values finds the type
+    // values through the records of TYPES.
+    add_value(v, &m_types, 1);
     if (stoClass const* cls = dynamic_cast<stoClass const*>(type.type())) {
         stoClassBaseIT it(cls);
         while (++it)
@@ -450,25 +504,45 @@ stoValue* stoFileWriter::add_type(stoTypeHandle const& type)
     return v;
 }
 
-stoWriteObject* stoFileWriter::look_up_object(stoValue const* value) const
+void stoFileWriter::set_name(stoValue const* value, utString const& name)
 {
-    stoWriteObject* const* wo = m_table.find(value);
-    return wo ? *wo : nullptr;
+    m_record_names[value] = name;
+    m_table.find(value)->m_named = 1;
 }
 
-stoWriteObject const* stoFileWriter::type_record(stoValue const* value) const
+void stoFileWriter::write_file_id(stoValue const* value, stoWriteObject const* wo)
+{
+    if (wo->m_named) {
+        m_out.put(*m_record_names.find(value));
+        return;
+    }
+    m_out.put(m_sections[wo->m_section]->prefix_ref());
+    put_int(m_out, wo->m_number);
+}
+
+stoValue const* stoFileWriter::type_record(stoValue const* value)
 {
     stoTypeHandle const& type = value->type_ref();
     if (type.is_null())
         return nullptr;
+    TypeRecordEntry& recent = m_type_records_recent[(reinterpret_cast<std::uintptr_t>(type.type()) >> 4) %
+                                                    std::size(m_type_records_recent)];
+    if (recent.type == type.type())
+        return recent.record;
     // Only found records are remembered: a type without one may get it later.
-    if (stoWriteObject const* const* known = m_type_records.find(type.type()))
-        return *known;
-    stoValue* type_value = m_type_analyser.find(stoRawPtr(type->sto_object()));
-    stoWriteObject const* wo = type_value ? look_up_object(type_value) : nullptr;
-    if (wo)
-        m_type_records[type.type()] = wo;
-    return wo;
+    stoValue const* found = nullptr;
+    if (stoValue const* const* known = m_type_records.find(type.type())) {
+        found = *known;
+    } else {
+        stoValue* type_value = m_type_analyser.find(stoRawPtr(type->sto_object()));
+        if (!type_value || !m_table.find(type_value))
+            return nullptr;
+        found = type_value;
+        m_type_records[type.type()] = found;
+    }
+    recent.type = type.type();
+    recent.record = found;
+    return found;
 }
 
 int stoFileWriter::inlinable(stoValue const* value)
@@ -497,46 +571,97 @@ int stoFileWriter::inlinable(stoValue const* value)
     return result;
 }
 
-void stoFileWriter::write_record_child(stoWriteObject const* wo)
+void stoFileWriter::write_in_full(stoValue const* value, stoWriteSection* section)
 {
-    if (wo)
-        wo->write_inline();
-    else
-        os() << '@';
-}
-
-void stoFileWriter::write_record_fields(stoWriteObject const* wo)
-{
-    int n = wo->value()->number_of_children();
-    if (n == 0)
-        return;
-    stoWriteObject* const* children = wo->children();
-    for (int i = 0; i < n; ++i) {
-        if (i)
-            os() << ',';
-        write_record_child(children[i]);
+    if (is_type_section(section)) {
+        if (stoSchemaObject const* named = as_schema_object(value->type_ref()))
+            m_out.put(named->name_ref());
+        else if (stoClass const* meta = meta_class(value))
+            m_out.put(meta->name_ref());
+    } else if (stoValue const* type = type_record(value)) {
+        write_file_id(type, m_table.find(type));
+    } else {
+        m_out.put('?');
     }
+    stoWriteObjectWriter visitor(this, 0, section);
+    value->process(&visitor);
 }
 
-void stoFileWriter::write_child(stoValue const* value)
+void stoFileWriter::write_inline(stoValue const* value, stoWriteObject const* wo)
+{
+    if (!wo->inlined()) {
+        write_file_id(value, wo);
+        return;
+    }
+    stoWriteSection* section = m_sections[wo->m_section];
+    stoWriteObjectWriter visitor(this, 1, section);
+    if (!value->process(&visitor))
+        write_in_full(value, section);
+}
+
+int stoFileWriter::has_record(stoValue const* value)
+{
+    return m_table_holds_all || value->is_object() || value->is_stub() || !inlinable(value);
+}
+
+void stoFileWriter::write_record_child(stoValue const* value)
 {
     if (!value) {
-        os() << '@';
+        m_out.put('@');
         return;
     }
-    if (stoWriteObject const* wo = look_up_object(value))
-        wo->write_inline();
+    if (stoWriteObject const* wo = m_table.find(value))
+        write_inline(value, wo);
     else
-        os() << '@';
+        m_out.put('@');
 }
 
-void stoFileWriter::write_fields(stoValue const* value)
+void stoFileWriter::write_child(stoValue const* value, stoWriteSection* section)
+{
+    if (!value) {
+        m_out.put('@');
+        return;
+    }
+    if (has_record(value)) {
+        write_record_child(value);
+        return;
+    }
+    // Met once and written in place: printed from the value, in the section
+    // of its parent, as its record would have been.
+    stoWriteObjectWriter visitor(this, 1, section);
+    if (!value->process(&visitor))
+        write_in_full(value, section);
+}
+
+void stoFileWriter::write_fields(stoValue const* value, stoWriteSection* section)
 {
     int n = value->number_of_children();
-    for (int i = 0; i < n; ++i) {
-        if (i)
-            os() << ',';
-        write_child(value->child(i));
+    // In batches, as in add_children: the children first, then the table's
+    // slots of those with records and of the targets of pointers.
+    constexpr int batch = 32;
+    stoValue const* children[batch];
+    for (int base = 0; base < n; base += batch) {
+        int m = n - base < batch ? n - base : batch;
+        for (int j = 0; j < m; ++j) {
+            children[j] = value->child(base + j);
+            if (children[j])
+                __builtin_prefetch(children[j]);
+        }
+        for (int j = 0; j < m; ++j) {
+            stoValue const* child = children[j];
+            if (!child)
+                continue;
+            if (m_table_holds_all || child->is_object() || child->is_stub())
+                m_table.prefetch(child);
+            else if (child->is_pointer())
+                if (stoValue const* target = static_cast<stoPtrValue const*>(child)->pointee())
+                    m_table.prefetch(target);
+        }
+        for (int j = 0; j < m; ++j) {
+            if (base + j)
+                m_out.put(',');
+            write_child(children[j], section);
+        }
     }
 }
 
@@ -570,80 +695,97 @@ void stoFileWriter::release_type_values()
     // The type analyser's full records (pointer, array and mapped types) and
     // what they hold belong to nobody in the graph: the ones no other record
     // owns are deleted here, and take what they own with them.
-    std::deque<stoWriteObject> const& records = m_types.objects();
     stoValuePtrcoSet owned;
-    for (stoWriteObject const& wo : records)
-        collect_owned(wo.value(), owned);
-    for (stoWriteObject const& wo : records)
-        if (!owned.contains(wo.value()))
-            delete wo.value();
+    for (std::size_t i = 0; i < m_types.size(); ++i)
+        collect_owned(m_types[i], owned);
+    for (std::size_t i = 0; i < m_types.size(); ++i)
+        if (!owned.contains(m_types[i]))
+            delete m_types[i];
 }
 
 // ----------------------------------------------------------------- literals
 
-void sto_write_ascii_utString(std::ostream& os, utString const& s)
+void sto_write_ascii_utString(stoWriteBuffer& out, utString const& s)
 {
     if (s.is_null()) {
-        os << '@';
+        out.put('@');
         return;
     }
     static char const hex[] = "0123456789ABCDEF";
-    // Built in a buffer on the stack, written in pieces of at most its size:
-    // a file holds millions of strings, and this spares each an allocation.
-    char out[256];
-    std::size_t used = 0;
-    auto flush_if_full = [&](std::size_t room) {
-        if (used + room > sizeof out) {
-            os.write(out, static_cast<std::streamsize>(used));
-            used = 0;
+    char const* text = s.data();
+    std::size_t n = static_cast<std::size_t>(s.length());
+    // In pieces of at most 64 bytes, each of which takes at most four
+    // characters a byte.
+    char* p = out.room(1);
+    *p++ = '"';
+    out.commit(p);
+    for (std::size_t at = 0; at < n;) {
+        std::size_t piece = n - at < 64 ? n - at : 64;
+        p = out.room(4 * piece);
+        for (std::size_t end = at + piece; at < end; ++at) {
+            unsigned char c = static_cast<unsigned char>(text[at]);
+            if (c == '"' || c == '\\') {
+                *p++ = '\\';
+                *p++ = static_cast<char>(c);
+            } else if (c >= 0x20 && c <= 0x7E) {
+                *p++ = static_cast<char>(c);
+            } else {
+                *p++ = '\\';
+                *p++ = 'x';
+                *p++ = hex[c >> 4];
+                *p++ = hex[c & 15];
+            }
         }
-    };
-    out[used++] = '"';
-    for (int i = 0; i < s.length(); ++i) {
-        flush_if_full(4);
-        unsigned char c = static_cast<unsigned char>(s[i]);
-        if (c == '"' || c == '\\') {
-            out[used++] = '\\';
-            out[used++] = static_cast<char>(c);
-        } else if (c >= 0x20 && c <= 0x7E) {
-            out[used++] = static_cast<char>(c);
-        } else {
-            out[used++] = '\\';
-            out[used++] = 'x';
-            out[used++] = hex[c >> 4];
-            out[used++] = hex[c & 15];
-        }
+        out.commit(p);
     }
-    flush_if_full(1);
-    out[used++] = '"';
-    os.write(out, static_cast<std::streamsize>(used));
+    out.put('"');
 }
 
-void sto_write_ascii_stoByteArray(std::ostream& os, stoByteArray const& bytes)
+void sto_write_ascii_utString(std::ostream& os, utString const& s)
+{
+    char data[256];
+    stoWriteBuffer out(data, sizeof data);
+    out.set_stream(&os);
+    sto_write_ascii_utString(out, s);
+    out.flush();
+}
+
+void sto_write_ascii_stoByteArray(stoWriteBuffer& out, stoByteArray const& bytes)
 {
     static char const alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     int n = bytes.invalid() ? 0 : bytes.size();
-    unsigned char const* p = bytes.array();
-    std::string out;
-    out.reserve(static_cast<std::size_t>(n) * 4 / 3 + static_cast<std::size_t>(n) / 45 + 8);
+    unsigned char const* bp = bytes.array();
+    // A line of 60 characters and its line end at a time.
+    char* p = out.room(61);
     int column = 0;
     for (int i = 0; i < n; i += 3) {
         int real = n - i < 3 ? n - i : 3;
-        unsigned int group = static_cast<unsigned int>(p[i]) << 16;
+        unsigned int group = static_cast<unsigned int>(bp[i]) << 16;
         if (real > 1)
-            group |= static_cast<unsigned int>(p[i + 1]) << 8;
+            group |= static_cast<unsigned int>(bp[i + 1]) << 8;
         if (real > 2)
-            group |= p[i + 2];
+            group |= bp[i + 2];
         for (int k = 0; k < 4; ++k) {
-            out += k <= real ? alphabet[(group >> (18 - 6 * k)) & 63] : '=';
+            *p++ = k <= real ? alphabet[(group >> (18 - 6 * k)) & 63] : '=';
             if (++column == 60) {
-                out += '\n';
+                *p++ = '\n';
                 column = 0;
+                out.commit(p);
+                p = out.room(61);
             }
         }
     }
     if (column)
-        out += '\n';
-    out += '\n';
-    os.write(out.data(), static_cast<std::streamsize>(out.size()));
+        *p++ = '\n';
+    out.commit(p);
+    out.put('\n');
+}
+
+void sto_write_ascii_stoByteArray(std::ostream& os, stoByteArray const& bytes)
+{
+    char data[4096];
+    stoWriteBuffer out(data, sizeof data);
+    out.set_stream(&os);
+    sto_write_ascii_stoByteArray(out, bytes);
+    out.flush();
 }

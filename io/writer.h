@@ -1,7 +1,7 @@
 // stoFileWriter: writes one live object as a store file.
 //
 // The object is analysed into a value graph; every value, and every type and
-// schema the values need, gets a record in one of four sections (TYPE STUBS,
+// schema the values need, gets a place in one of four sections (TYPE STUBS,
 // TYPES, OBJECTS, OBJECT STUBS), numbered in the order values are first met,
 // breadth-first from the root. Stubs are named after their identity. Values
 // referred to once that are not class instances are written inline.
@@ -21,8 +21,12 @@
 #include "types/type_handle.h"
 #include "values/analyser.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <deque>
 #include <iosfwd>
+#include <memory>
 #include <vector>
 
 class stoFileWriter;
@@ -31,76 +35,179 @@ class stoStub;
 
 class stoWriteSection;
 
-class stoWriteObject {
+// Characters gathered in a buffer and handed to the stream in large pieces:
+// a file is tens of millions of small tokens, and the stream's per-call
+// overhead would be most of the printing.
+class stoWriteBuffer {
 public:
-    stoWriteObject() = default;
-    stoWriteObject(stoWriteObject const&) = delete;
-    stoWriteObject& operator=(stoWriteObject const&) = delete;
+    stoWriteBuffer(char* data, std::size_t size) : m_data(data), m_size(size) {}
+    stoWriteBuffer(stoWriteBuffer const&) = delete;
+    stoWriteBuffer& operator=(stoWriteBuffer const&) = delete;
 
-    void become(stoFileWriter* writer, stoWriteSection* section, stoValue* value);
-    // Adds every non-null child of the value to the writer, in the same
-    // group of sections (types or objects).
-    void add_children();
-    // The name if set, otherwise the section's prefix and the number.
-    utString file_id() const;
-    void inc() { ++m_count; }
-    int count() const { return m_count; }
-    // Written in place: referred to once and not a class instance or the
-    // stub of a class-typed object.
-    int inlined() const;
-    void set_name(utString const& name) { m_name = name; }
-    stoValue const* value() const { return m_value; }
-    stoWriteSection* section() const { return m_section; }
-    int invalid() const { return m_writer == nullptr; }
-    void write() const;
-    void write_in_full() const;
-    void write_inline() const;
-    // Prints file_id() without making a string of it.
-    void write_file_id(std::ostream& os) const;
-    // The records of the value's children, in child order, null for a null
-    // child; set by add_children.
-    stoWriteObject* const* children() const;
+    void set_stream(std::ostream* os) { m_os = os; }
+    void put(char c)
+    {
+        if (m_used == m_size)
+            flush();
+        m_data[m_used++] = c;
+    }
+    void put(char const* p, std::size_t n)
+    {
+        if (n > m_size - m_used) {
+            flush();
+            if (n > m_size) {
+                write_through(p, n);
+                return;
+            }
+        }
+        std::memcpy(m_data + m_used, p, n);
+        m_used += n;
+    }
+    void put(utString const& s) { put(s.data(), static_cast<std::size_t>(s.length())); }
+    // At least n (no more than the buffer's size) free characters at the
+    // returned place; commit says how many were used.
+    char* room(std::size_t n)
+    {
+        if (n > m_size - m_used)
+            flush();
+        return m_data + m_used;
+    }
+    void commit(char const* end) { m_used = static_cast<std::size_t>(end - m_data); }
+    void flush();
 
 private:
-    stoWriteSection* m_section = nullptr;
-    stoFileWriter* m_writer = nullptr;
-    stoValue* m_value = nullptr;
-    utString m_name;
+    void write_through(char const* p, std::size_t n);
+
+    std::ostream* m_os = nullptr;
+    char* m_data;
+    std::size_t m_size;
+    std::size_t m_used = 0;
+};
+
+// A record of its own, for a value that is written as a line of its own or
+// that can be met more than once (objects and stubs), and so must be counted
+// and found again. A value that can only be met once and is written in place
+// (an integer, a string, an inline pointer or array of a member) has none:
+// it uses up its number and is printed from the value itself.
+class stoWriteObject {
+public:
+    // Written in place: referred to once and not a class instance or the
+    // stub of a class-typed object.
+    int inlined() const { return m_count == 1 && m_inlinable; }
+    // 1, or 2 for "more than once".
+    int count() const { return m_count; }
+
+private:
+    friend class stoFileWriter;
+
     int m_number = 0;
-    int m_count = 1;
-    int m_first_child = -1;           // in the writer's list of child records
-    unsigned char m_owns = 0;
+    unsigned char m_section = 0;      // index among the writer's sections
+    unsigned char m_count = 0;        // 0 while the slot is free
     unsigned char m_inlinable = 0;    // written in place while referred to once
+    unsigned char m_named = 0;        // the name is in the writer's name table
+};
+
+// The records by value. Open addressing with linear probing over one array
+// of (value, record) slots, so that finding a value reads one cache line,
+// and the loops over children can ask for it ahead (prefetch): the table is
+// far larger than the caches and is read in no useful order. A record's
+// place holds until the next insert.
+class stoWriteTable {
+public:
+    stoWriteTable() = default;
+    stoWriteTable(stoWriteTable const&) = delete;
+    stoWriteTable& operator=(stoWriteTable const&) = delete;
+
+    stoWriteObject* find(stoValue const* v) const
+    {
+        if (!m_slots)
+            return nullptr;
+        for (std::size_t i = index(v);; i = (i + 1) & m_mask) {
+            Slot& slot = m_slots[i];
+            if (slot.key == v)
+                return &slot.record;
+            if (!slot.key)
+                return nullptr;
+        }
+    }
+    // The record of v; `made` tells whether it is new (and zero).
+    stoWriteObject* insert(stoValue const* v, bool& made);
+    void prefetch(stoValue const* v) const
+    {
+        if (m_slots)
+            __builtin_prefetch(&m_slots[index(v)]);
+    }
+    void clear()
+    {
+        m_slots.reset();
+        m_mask = 0;
+        m_size = 0;
+    }
+
+private:
+    struct Slot {
+        stoValue const* key;
+        stoWriteObject record;
+    };
+    std::size_t index(stoValue const* v) const
+    {
+        return static_cast<std::size_t>((reinterpret_cast<std::uintptr_t>(v) * 0x9E3779B97F4A7C15ull) >> m_shift);
+    }
+    void grow();
+
+    std::unique_ptr<Slot[]> m_slots;
+    std::size_t m_mask = 0;
+    std::size_t m_size = 0;
+    int m_shift = 64;
 };
 
 class stoWriteSection {
 public:
-    stoWriteSection(stoFileWriter* writer, utString const& name, utString const& prefix)
-        : m_writer(writer), m_name(name), m_prefix(prefix), m_counter(0) {}
+    stoWriteSection(stoFileWriter* writer, int index, utString const& name, utString const& prefix)
+        : m_writer(writer), m_name(name), m_prefix(prefix), m_index(index)
+    {
+    }
     stoWriteSection(stoWriteSection const&) = delete;
     stoWriteSection& operator=(stoWriteSection const&) = delete;
 
-    stoWriteObject* make_object(stoValue* value);
     utString name() const { return m_name; }
     utString prefix() const { return m_prefix; }
     utString const& prefix_ref() const { return m_prefix; }
+    int index() const { return m_index; }
     int next_number() { return ++m_counter; }
+    // Lists the value of a new record; answers its number.
+    int add_record(stoValue* value)
+    {
+        if ((m_size & kMask) == 0)
+            m_chunks.emplace_back(new stoValue*[kMask + 1]);
+        m_chunks[m_size >> kShift][m_size & kMask] = value;
+        ++m_size;
+        return next_number();
+    }
+    // The values of the records, in the order they were made.
+    std::size_t size() const { return m_size; }
+    stoValue* operator[](std::size_t i) const { return m_chunks[i >> kShift][i & kMask]; }
     // Forgets every record made, for a fresh start.
     void reset()
     {
-        m_objects.clear();
+        m_chunks.clear();
+        m_size = 0;
         m_counter = 0;
     }
     void write();
-    std::ostream& os() const;
-    std::deque<stoWriteObject> const& objects() const { return m_objects; }
 
 private:
+    // In chunks of 4096: no copies while growing, a few frees at the end.
+    static constexpr int kShift = 12;
+    static constexpr std::size_t kMask = (std::size_t(1) << kShift) - 1;
+
     stoFileWriter* m_writer;
     utString m_name;
     utString m_prefix;
-    int m_counter;
-    std::deque<stoWriteObject> m_objects;  // never moved once made
+    int m_index;
+    int m_counter = 0;
+    std::size_t m_size = 0;
+    std::vector<std::unique_ptr<stoValue*[]>> m_chunks;
 };
 
 // The type analyser: stubs every stubbable type at once and never lets a
@@ -125,40 +232,59 @@ public:
     int write(std::ostream& os, void const* object, stoTypeHandle const& type);
 
 protected:
-    friend class stoWriteObject;
     friend class stoWriteSection;
     friend class stoWriteObjectWriter;
 
-    stoWriteObject* add_value(stoValue* value, stoWriteSection* section);
+    // Numbers the value and gives it a record where it needs one (`record`:
+    // whatever the value).
+    void add_value(stoValue* value, stoWriteSection* section, int record = 0);
     stoValue* add_type(stoTypeHandle const& type);
-    stoWriteObject* look_up_object(stoValue const* value) const;
-    void write_child(stoValue const* value);
-    void write_fields(stoValue const* value);
-    std::ostream& os() const { return *m_os; }
+    stoWriteObject* look_up_object(stoValue const* value) const { return m_table.find(value); }
+    // Makes the record of a value not in the table yet.
+    stoWriteObject* make_object(stoValue* value, stoWriteSection* section);
+    // Prints a child value inside a body of `section`: "@", a reference or
+    // the value in place.
+    void write_child(stoValue const* value, stoWriteSection* section);
+    // The same for a value that has a record.
+    void write_record_child(stoValue const* value);
+    void write_fields(stoValue const* value, stoWriteSection* section);
+    // The type reference and the body.
+    void write_in_full(stoValue const* value, stoWriteSection* section);
+    void write_inline(stoValue const* value, stoWriteObject const* wo);
+    void write_file_id(stoValue const* value, stoWriteObject const* wo);
+    void set_name(stoValue const* value, utString const& name);
+    stoWriteBuffer& out() { return m_out; }
     int is_type_section(stoWriteSection const* section) const { return section == &m_type_stubs || section == &m_types; }
-    // The record that describes a value's type, or null.
-    stoWriteObject const* type_record(stoValue const* value) const;
+    // Whether the value was given a record when it was added.
+    int has_record(stoValue const* value);
+    // The type value, with a record, that describes a value's type, or null.
+    stoValue const* type_record(stoValue const* value);
     // Deletes the type values that no other type value owns.
     void release_type_values();
     // Whether values of the type are written in place when referred to once.
     int inlinable(stoValue const* value);
-    // Gives every value of the graph its record, breadth-first from the root.
+    // Gives every value of the graph its number, and a record where it needs
+    // one, breadth-first from the root.
     void add_graph(stoValue* root);
-    // The same for records: each record's children come from the list that
-    // add_children fills, not from the table.
-    void write_record_child(stoWriteObject const* wo);
-    void write_record_fields(stoWriteObject const* wo);
+    void add_children(stoValue const* value, stoWriteSection* section);
 
     std::ostream* m_os;
     stoWriteSection m_type_stubs;
     stoWriteSection m_types;
     stoWriteSection m_objects;
     stoWriteSection m_object_stubs;
-    coTable<stoValue const*, stoWriteObject*> m_table;
+    stoWriteSection* m_sections[4];
+    stoWriteTable m_table;
     stoWriteTypeAnalyser m_type_analyser;
     stoAnalyser m_object_analyser;
     coSet<utString> m_names;
-    coPageArr<stoWriteObject*> m_work;
+    // The names of named records (stubs and the root) by value.
+    coTable<stoValue const*, utString> m_record_names;
+    // Values whose children are still to be added, with the index of their
+    // section in the low bits (values are 8-aligned).
+    std::deque<std::uintptr_t> m_work;
+    std::unique_ptr<char[]> m_out_data;
+    stoWriteBuffer m_out;
 
     // Caches by type object: values of a type number in the millions, types
     // in the tens.
@@ -173,9 +299,12 @@ protected:
         int inlinable = 0;
     };
     InlinableEntry m_inlinable_recent[64];  // in front of the table, by address
-    mutable coTable<stoType const*, stoWriteObject const*> m_type_records;
-    // The child records of every record, record after record.
-    std::vector<stoWriteObject*> m_child_records;
+    coTable<stoType const*, stoValue const*> m_type_records;
+    struct TypeRecordEntry {
+        stoType const* type = nullptr;
+        stoValue const* record = nullptr;
+    };
+    TypeRecordEntry m_type_records_recent[64];
     // The table holds the values that can be met more than once: objects and
     // stubs, which alone the analysers share, or every value once a pointer
     // to something else has been seen.
@@ -186,6 +315,8 @@ protected:
 // The string literal of a store file: quoted, with '"' and '\' escaped and
 // every byte outside printable ASCII as \xHH; "@" for the null string.
 void sto_write_ascii_utString(std::ostream& os, utString const& s);
+void sto_write_ascii_utString(stoWriteBuffer& out, utString const& s);
 // The Base64 lines of a byte-array literal, each of at most 60 characters,
 // followed by the empty line that ends the data.
 void sto_write_ascii_stoByteArray(std::ostream& os, stoByteArray const& bytes);
+void sto_write_ascii_stoByteArray(stoWriteBuffer& out, stoByteArray const& bytes);

@@ -52,6 +52,22 @@ public:
 };
 STO_DECLARE_CLASS(wrtHolder)
 
+// An owning pointer to an int, and a plain one to the same int: a pointer
+// whose target is neither an object nor a stub makes the writer count every
+// value, not only objects and stubs.
+class wrtOwnedInt {
+    STO_PERSISTENT(wrtOwnedInt)
+public:
+    virtual ~wrtOwnedInt() { delete m_first; }
+    int* m_first = new int(7);
+    int m_target = 7;
+    int* m_second = m_first;
+    int m_numbers[2] = {8, 9};
+    wrtLeaf m_leaf;
+    wrtLeaf* m_to_leaf = &m_leaf;
+};
+STO_DECLARE_CLASS(wrtOwnedInt)
+
 STO_CLASS(wrtBase, sto_schema_wrt())
 {
     STO_MEMBER(m_base);
@@ -72,6 +88,16 @@ STO_CLASS(wrtHolder, sto_schema_wrt())
     STO_OWNING_PTR(m_first);
     STO_MEMBER(m_embedded);
     STO_MEMBER(m_numbers);
+}
+
+STO_CLASS(wrtOwnedInt, sto_schema_wrt())
+{
+    STO_MEMBER_AS(m_first, sto_builder.build_unnamed_type(stoPrgType::make(sto_type_int())));
+    STO_MEMBER(m_target);
+    STO_MEMBER_AS(m_second, sto_builder.build_unnamed_type(stoPtrType::make(sto_type_int())));
+    STO_MEMBER(m_numbers);
+    STO_MEMBER(m_leaf);
+    STO_MEMBER(m_to_leaf);
 }
 
 namespace {
@@ -234,4 +260,15 @@ TEST(Writer, SharedPlainTargetsAndNullMembers)
     EXPECT_NE(text.find("\n#3=wrtLeaf{5,0,@,!{\n\n}!,&#5,&@}\n#5=wrtLeaf{5,0,@,!{\n\n}!,&#3,&@}\n"),
               std::string::npos)
         << text;
+}
+
+TEST(Writer, CountingEveryValueKeepsTheText)
+{
+    wrtOwnedInt owner;
+    owner.m_leaf.m_other = &owner.m_leaf;
+    std::string text = write_object(&owner, sto_type_wrtOwnedInt());
+    // Numbers as ever: the root 1, its members 2 to 7 in order (the leaf is
+    // #6), the pointee in place, the leaf met three times.
+    EXPECT_EQ(line_starting(text, "root="), "root=wrtOwnedInt{&7,7,&@,(8,9),#6,&#6}") << text;
+    EXPECT_NE(text.find("\n#6=wrtLeaf{5,0,@,!{\n\n}!,&#6,&@}\n-OBJECT STUBS\n"), std::string::npos) << text;
 }
