@@ -311,6 +311,7 @@ int stoFileWriter::write(std::ostream& os, void const* object, stoTypeHandle con
         try {
             root = m_object_analyser.raw_to_value(type, object);
             m_object_analyser.stub_dangling_pointers();
+            m_object_analyser.forget_live_objects();
             if (root)
                 add_graph(root);
             // The work list and the table of types added are spent: their

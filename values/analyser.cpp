@@ -106,6 +106,17 @@ void stoLiveObjectTable::grow()
     m_mask = mask;
 }
 
+void stoLiveObjectTable::clear()
+{
+    std::free(m_slots);
+    std::free(m_null);
+    m_slots = nullptr;
+    m_null = nullptr;
+    m_mask = 0;
+    m_size = 0;
+    m_null_size = 0;
+}
+
 void stoLiveObjectTable::remove(stoLiveObject const& k)
 {
     Slot* slot = find_slot(k);
@@ -413,6 +424,12 @@ stoRawPtr stoAnalyser::dangling_pointer(stoPtrValue const* p)
 }
 
 int stoAnalyser::number_of_dangling_pointers() { return outer()->m_n_dangling; }
+
+void stoAnalyser::forget_live_objects()
+{
+    m_values.clear();
+    m_pointers.clear();  // a large table gives its memory back
+}
 
 void stoAnalyser::destroy_stubs()
 {

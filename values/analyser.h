@@ -68,6 +68,8 @@ public:
     // The entry of k, made empty when absent.
     stoAnalysedEntry& operator[](stoLiveObject const& k);
     void remove(stoLiveObject const& k);
+    // Forgets every object and gives the slots back.
+    void clear();
     // Starts loading the slots where objects at ptr are looked for.
     void prefetch(void const* ptr) const
     {
@@ -159,6 +161,11 @@ public:
     stoRawPtr dangling_pointer(stoPtrValue const* p);
     // Deletes the stubs of this analyser and of the analysers it names.
     void destroy_stubs();
+    // Frees the tables of live objects once the analysis is over: a writer
+    // holding the whole value graph needs them no more, and at one entry per
+    // object they weigh. Values and stubs stay as they are; pointers still
+    // waiting stay waiting. A later analysis starts from nothing.
+    void forget_live_objects();
     int number_of_dangling_pointers();
 
 protected:
