@@ -742,13 +742,25 @@ void sto_write_ascii_utString(stoWriteBuffer& out, utString const& s)
     out.put('"');
 }
 
-void sto_write_ascii_utString(std::ostream& os, utString const& s)
+namespace {
+
+// Prints through a buffer of its own straight to a stream, for the
+// stream-taking forms of the literal printers.
+template <class Print>
+void print_to_stream(std::ostream& os, Print&& print)
 {
-    char data[256];
+    char data[4096];
     stoWriteBuffer out(data, sizeof data);
     out.set_stream(&os);
-    sto_write_ascii_utString(out, s);
+    print(out);
     out.flush();
+}
+
+}  // namespace
+
+void sto_write_ascii_utString(std::ostream& os, utString const& s)
+{
+    print_to_stream(os, [&](stoWriteBuffer& out) { sto_write_ascii_utString(out, s); });
 }
 
 void sto_write_ascii_stoByteArray(stoWriteBuffer& out, stoByteArray const& bytes)
@@ -784,9 +796,5 @@ void sto_write_ascii_stoByteArray(stoWriteBuffer& out, stoByteArray const& bytes
 
 void sto_write_ascii_stoByteArray(std::ostream& os, stoByteArray const& bytes)
 {
-    char data[4096];
-    stoWriteBuffer out(data, sizeof data);
-    out.set_stream(&os);
-    sto_write_ascii_stoByteArray(out, bytes);
-    out.flush();
+    print_to_stream(os, [&](stoWriteBuffer& out) { sto_write_ascii_stoByteArray(out, bytes); });
 }
