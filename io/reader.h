@@ -22,6 +22,8 @@
 
 #include <iosfwd>
 #include <memory>
+#include <utility>
+#include <vector>
 
 class stoFileReader;
 class stoSynthesiser;
@@ -134,6 +136,9 @@ public:
     stoValue* share();
     stoValueHandle* slot() const { return m_slot; }
     stoValue* value() const;
+    // The record whose slot a reference node shares once processed; -1 for
+    // every other node.
+    int record() const { return m_record; }
     void dump(std::ostream& os, int indent) const;
 
 protected:
@@ -146,6 +151,7 @@ protected:
     stoFileReader* m_reader;
     std::vector<std::unique_ptr<stoReadNode>> m_children;
     stoValueHandle* m_slot = nullptr;
+    int m_record = -1;
 };
 
 class stoReadBasicNode : public stoReadNode {
@@ -263,7 +269,18 @@ protected:
     void scan();
     void read();
     void fix_pointers();
+    // The edges over which a record may come to hold a waiting pointer: the
+    // records taken by pending records, and the waiting owning and counted
+    // pointers from the record that made each to the one it names.
+    std::vector<std::pair<int, int>> waiting_edges();
     stoReadNode* read_value(stoReadSection* section, stoReadParen paren);
+    // Registers the key of a record the scan met.
+    void add_key(stoReadKey const& key);
+    // Makes the keys the scan met findable; the first record of a key is the
+    // one found.
+    void index_keys();
+    // The index in m_records of the first record with that key, or -1.
+    int find_record(stoReadKey const& key) const;
     stoValueHandle* slot_for_key(stoReadKey const& key, stoReadSection* section);
     void set_slot(stoReadKey const& key, stoValueHandle* slot);
     stoValueHandle* new_slot();
@@ -275,13 +292,50 @@ protected:
     std::unique_ptr<stoSynthesiser> m_synthesiser;
     coTable<utString, stoTypeHandle> m_resolved_types;
     coPageArr<stoValuecoPrf> m_kept;
-    coSet<stoReadKey> m_keys;
-    // Keys of records whose reading on demand failed, and how often such a
-    // record has been read again.
-    coSet<stoReadKey> m_failed;
+    // The key of every record, in the order of the file, with its slot once
+    // it has been read.
+    struct Record {
+        stoReadKey key;
+        // Its reading on demand failed.
+        bool failed = false;
+        // Once read: a pointer among the values it holds may wait for the
+        // fix-up.
+        bool pending = false;
+    };
+    std::vector<Record> m_records;
+    // Where the records are found: keys of the form the writer numbers
+    // ("#12", "#$3", "%7", "%$8", the number in plain decimal) by their
+    // number in a table per prefix, holding the index plus 1 (0: none);
+    // every other key by its bytes.
+    std::vector<int> m_numbered[4];
+    coTable<stoReadKey, int> m_named;
+    // How often a record whose reading failed has been read again.
     int m_failed_rereads = 0;
     static constexpr int kMaxFailedRereads = 10000;
-    coTable<stoPtrValue*, stoReadKey> m_to_fix;
+    // For each reading of a record under way, innermost last: the record
+    // (-1 for a key no record has), and whether a pointer among the values
+    // it holds may wait for the fix-up (see Record), from a pointer it
+    // deferred itself or from a record whose value it took.
+    struct Frame {
+        int record;
+        char pending;
+    };
+    std::vector<Frame> m_frames;
+    // The reading under way takes (owns or shares) the value of a record
+    // that has been read.
+    void took(int record);
+    // Which record took the value of which, among records that may hold a
+    // waiting pointer.
+    std::vector<std::pair<int, int>> m_takes;
+    // A pointer to a record not yet read, the key it names and the record
+    // whose reading made it; fixed in the order they were met.
+    struct Deferred {
+        stoPtrValue* pointer;
+        stoReadKey key;
+        int home;
+    };
+    void defer(stoPtrValue* pointer, stoReadKey const& key);
+    std::vector<Deferred> m_to_fix;
     coVariableArr<stoValueHandle> m_slots;
     std::unique_ptr<stoReadFileMap> m_own_map;
     stoReadFileMap const* m_map = nullptr;
