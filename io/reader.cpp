@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <ostream>
 #include <vector>
@@ -169,11 +170,13 @@ void stoReadSection::read_object()
         return;
     }
     // A record read on demand inside this one gets a frame of its own.
-    r->m_frames.push_back(stoFileReader::Frame{found, 0});
+    r->m_frames.push_back(stoFileReader::Frame{found, 0, r->m_frame_slots.size(), r->m_held_slots.size()});
     struct Pop {
-        std::vector<stoFileReader::Frame>& frames;
-        ~Pop() { frames.pop_back(); }
-    } pop{r->m_frames};
+        stoFileReader* reader;
+        bool finished = false;
+        stoValueHandle const* root = nullptr;
+        ~Pop() { reader->end_frame(finished, root); }
+    } pop{r};
     stoReadObject object(this, key, r->line_number());
     object.read();
     if (r->e()) {
@@ -190,7 +193,9 @@ void stoReadSection::read_object()
         if (node->record() >= 0)
             r->took(node->record());
         r->set_slot(key, node->slot());
+        pop.root = node->slot();
     }
+    pop.finished = true;
     r->absorb_new_line();
     if (r->e())
         r->skip_line();
@@ -438,6 +443,8 @@ void stoReadPtrNode::process(stoTypeHandle const& type)
     if (c->slot()) {
         if (c->record() >= 0 && (pointer->kind() == stoValue::kPrgKind || pointer->kind() == stoValue::kPrfKind))
             m_reader->took(c->record());
+        else if (c->record() < 0 && pointer->kind() == stoValue::kPrfKind)
+            m_reader->m_held_slots.push_back(c->slot());
         c->slot()->set_pointee(pointer);
     }
 }
@@ -753,7 +760,8 @@ std::vector<int> least_reachable(int n, std::vector<std::pair<int, int>> const& 
         visits.push_back(Visit{v, first[u]});
     };
     for (int s = 0; s < n; ++s) {
-        if (order[static_cast<std::size_t>(s)] >= 0 || first[static_cast<std::size_t>(s)] == first[static_cast<std::size_t>(s) + 1])
+        std::size_t u = static_cast<std::size_t>(s);
+        if (order[u] >= 0 || first[u] == first[u + 1])
             continue;
         enter(s);
         while (!visits.empty()) {
@@ -814,7 +822,7 @@ void stoFileReader::fix_pointers()
     // the records taken by pending records and the waiting pointers; when
     // every record it reaches comes later in the file than that one, it
     // does not.
-    long long budget = 64LL * m_slots.size() + 100000;
+    long long budget = 64LL * m_registered + 100000;
     std::vector<stoValue const*> stack;
     coSet<stoValue const*> seen;
     std::vector<int> least;
@@ -861,7 +869,41 @@ std::vector<std::pair<int, int>> stoFileReader::waiting_edges()
     return edges;
 }
 
-stoValueHandle* stoFileReader::new_slot() { return &m_slots.emplace(); }
+stoValueHandle* stoFileReader::new_slot()
+{
+    ++m_registered;
+    stoValueHandle* slot = nullptr;
+    if (m_free_slots.empty()) {
+        slot = &m_slots.emplace();
+    } else {
+        slot = m_free_slots.back();
+        m_free_slots.pop_back();
+    }
+    m_frame_slots.push_back(slot);
+    return slot;
+}
+
+void stoFileReader::end_frame(bool finished, stoValueHandle const* root)
+{
+    Frame const& frame = m_frames.back();
+    if (finished) {
+        // A slot that still owns its value keeps it alive (a value a stub
+        // names as parent, what a plain pointer points at, what a failed
+        // record made); every other slot of the reading is done with.
+        auto held_begin = m_held_slots.begin() + static_cast<std::ptrdiff_t>(frame.held);
+        std::sort(held_begin, m_held_slots.end(), std::less<stoValueHandle*>());
+        for (std::size_t i = frame.slots; i < m_frame_slots.size(); ++i) {
+            stoValueHandle* slot = m_frame_slots[i];
+            if (slot == root || slot->owns() ||
+                std::binary_search(held_begin, m_held_slots.end(), slot, std::less<stoValueHandle*>()))
+                continue;
+            m_free_slots.push_back(slot);
+        }
+    }
+    m_frame_slots.resize(frame.slots);
+    m_held_slots.resize(frame.held);
+    m_frames.pop_back();
+}
 
 stoReadNode* stoFileReader::read_value(stoReadSection* section, stoReadParen paren)
 {

@@ -319,6 +319,9 @@ protected:
     struct Frame {
         int record;
         char pending;
+        // Where its slots begin in m_frame_slots and m_held_slots.
+        std::size_t slots;
+        std::size_t held;
     };
     std::vector<Frame> m_frames;
     // The reading under way takes (owns or shares) the value of a record
@@ -337,6 +340,18 @@ protected:
     void defer(stoPtrValue* pointer, stoReadKey const& key);
     std::vector<Deferred> m_to_fix;
     coVariableArr<stoValueHandle> m_slots;
+    // The values inside a record live in slots only until the record's
+    // value takes them. The slots of the readings under way, innermost
+    // last; those that a counted pointer shared (m_held_slots) keep the
+    // count with the slot and are never used again. The slots of a
+    // finished reading that hold nothing any more are used again.
+    std::vector<stoValueHandle*> m_frame_slots;
+    std::vector<stoValueHandle*> m_held_slots;
+    std::vector<stoValueHandle*> m_free_slots;
+    // The number of values registered, the free slots used again included.
+    long long m_registered = 0;
+    // Ends the innermost reading; `root` is the slot of its record.
+    void end_frame(bool finished, stoValueHandle const* root);
     std::unique_ptr<stoReadFileMap> m_own_map;
     stoReadFileMap const* m_map = nullptr;
     std::unique_ptr<stoEncoder> m_own_encoder;
