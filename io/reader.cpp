@@ -170,7 +170,8 @@ void stoReadSection::read_object()
         return;
     }
     // A record read on demand inside this one gets a frame of its own.
-    r->m_frames.push_back(stoFileReader::Frame{found, 0, r->m_frame_slots.size(), r->m_held_slots.size()});
+    r->m_frames.push_back(
+        stoFileReader::Frame{found, 0, r->m_frame_slots.size(), r->m_held_slots.size(), r->m_nodes.mark()});
     struct Pop {
         stoFileReader* reader;
         bool finished = false;
@@ -244,7 +245,39 @@ stoTypeHandle stoReadObjectSection::translate_type(stoReadKey const& key)
 
 // ---------------------------------------------------------------------- nodes
 
+void* stoReadNodeArena::allocate(std::size_t size)
+{
+    size = (size + 15) & ~static_cast<std::size_t>(15);
+    for (;;) {
+        if (m_block < m_blocks.size()) {
+            Block& block = m_blocks[m_block];
+            if (m_used + size <= block.size) {
+                void* p = block.bytes.get() + m_used;
+                m_used += size;
+                return p;
+            }
+            if (m_block + 1 < m_blocks.size()) {
+                ++m_block;
+                m_used = 0;
+                continue;
+            }
+        }
+        std::size_t bytes = std::max(size, kBlockSize);
+        m_blocks.push_back(Block{std::make_unique<unsigned char[]>(bytes), bytes});
+        m_block = m_blocks.size() - 1;
+        m_used = 0;
+    }
+}
+
 stoReadNode::stoReadNode(stoReadSection* section) : m_section(section), m_reader(section->reader()) {}
+
+void stoReadNode::take_children(std::vector<std::unique_ptr<stoReadNode>>& children, std::size_t first)
+{
+    m_children.reserve(m_children.size() + (children.size() - first));
+    for (std::size_t i = first; i < children.size(); ++i)
+        m_children.push_back(std::move(children[i]));
+    children.resize(first);
+}
 
 void stoReadNode::register_value(stoValue* value)
 {
@@ -902,6 +935,8 @@ void stoFileReader::end_frame(bool finished, stoValueHandle const* root)
     }
     m_frame_slots.resize(frame.slots);
     m_held_slots.resize(frame.held);
+    // The record's nodes have been deleted with its stoReadObject.
+    m_nodes.release(frame.nodes);
     m_frames.pop_back();
 }
 
@@ -920,12 +955,20 @@ stoReadNode* stoFileReader::read_value(stoReadSection* section, stoReadParen par
 
     int c = peekc();
     auto list = [&](stoReadNode* node, char closing) {
+        std::unique_ptr<stoReadNode> owner(node);
+        std::size_t first = m_list_children.size();
+        struct Collect {
+            std::vector<std::unique_ptr<stoReadNode>>& children;
+            std::size_t first;
+            stoReadNode* node;
+            ~Collect() { node->take_children(children, first); }
+        } collect{m_list_children, first, node};
         absorb();
         if (peekc() != closing) {
             do {
                 if (at_end())
                     break;
-                node->add_child(read_value(section, stoReadParenArray));
+                m_list_children.emplace_back(read_value(section, stoReadParenArray));
                 if (peekc() == ',') {
                     absorb();
                 } else if (peekc() != closing) {
@@ -935,14 +978,14 @@ stoReadNode* stoFileReader::read_value(stoReadSection* section, stoReadParen par
             } while (peekc() != closing);
         }
         absorb(closing);
-        return node;
+        return owner.release();
     };
     if (c == '(' && paren == stoReadParenArray)
-        return list(new stoReadArrayNode(section), ')');
+        return list(new (m_nodes) stoReadArrayNode(section), ')');
     if (c == '{')
-        return list(new stoReadClassNode(section), '}');
+        return list(new (m_nodes) stoReadClassNode(section), '}');
     if (c == '<')
-        return list(new stoReadMappedNode(section), '>');
+        return list(new (m_nodes) stoReadMappedNode(section), '>');
     if (c == '(') {
         absorb();
         std::unique_ptr<stoReadNode> id(read_value(section, stoReadParenArray));
@@ -950,15 +993,15 @@ stoReadNode* stoFileReader::read_value(stoReadSection* section, stoReadParen par
         absorb('&');
         std::unique_ptr<stoReadNode> parent(read_value(section, stoReadParenArray));
         absorb(')');
-        return new stoReadStubNode(section, id.release(), parent.release());
+        return new (m_nodes) stoReadStubNode(section, id.release(), parent.release());
     }
     if (c == '&') {
         absorb();
-        return new stoReadPtrNode(section, read_value(section, stoReadParenArray));
+        return new (m_nodes) stoReadPtrNode(section, read_value(section, stoReadParenArray));
     }
     if (c == '@') {
         absorb();
-        return new stoReadBasicNode(section, nullptr);
+        return new (m_nodes) stoReadBasicNode(section, nullptr);
     }
     if (c == '!') {
         absorb();
@@ -967,19 +1010,19 @@ stoReadNode* stoFileReader::read_value(stoReadSection* section, stoReadParen par
         stoByteArray bytes = read_byte_array();
         absorb('}');
         absorb('!');
-        return new stoReadBasicNode(section, new stoByteArrayValue(bytes));
+        return new (m_nodes) stoReadBasicNode(section, new stoByteArrayValue(bytes));
     }
     if ((c >= '0' && c <= '9') || c == '-' || c == '+' || c == '.') {
         long long integer = 0;
         double real = 0;
         if (read_number(integer, real))
-            return new stoReadBasicNode(section, new stoIntValue(stoIntValue64Tag, integer));
-        return new stoReadBasicNode(section, new stoDoubleValue(real));
+            return new (m_nodes) stoReadBasicNode(section, new stoIntValue(stoIntValue64Tag, integer));
+        return new (m_nodes) stoReadBasicNode(section, new stoDoubleValue(real));
     }
     if (c == '"')
-        return new stoReadBasicNode(section, new stoStringValue(read_string()));
+        return new (m_nodes) stoReadBasicNode(section, new stoStringValue(read_string()));
     if (c == '%' || c == '#' || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'))
-        return new stoReadRefNode(section, read_identifier());
+        return new (m_nodes) stoReadRefNode(section, read_identifier());
     if (at_end())
         error("unexpected end of file\n");
     else

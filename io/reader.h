@@ -122,8 +122,43 @@ private:
 
 // ---------------------------------------------------------------------- nodes
 
+// Memory for the read nodes of the records being read, taken in order and
+// given back all at once when the reading of a record ends (readings on
+// demand nest, so their nodes lie above those of the reading they serve).
+// Nodes made here are deleted as usual, their destructors run, but give no
+// memory back on their own.
+class stoReadNodeArena {
+public:
+    struct Mark {
+        std::size_t block;
+        std::size_t used;
+    };
+    void* allocate(std::size_t size);
+    Mark mark() const { return Mark{m_block, m_used}; }
+    void release(Mark mark)
+    {
+        m_block = mark.block;
+        m_used = mark.used;
+    }
+
+private:
+    static constexpr std::size_t kBlockSize = 64 * 1024;
+    struct Block {
+        std::unique_ptr<unsigned char[]> bytes;
+        std::size_t size;
+    };
+    std::vector<Block> m_blocks;
+    std::size_t m_block = 0;  // the block being filled
+    std::size_t m_used = 0;   // bytes taken from it
+};
+
 class stoReadNode {
 public:
+    // Nodes are made in the reader's node arena only.
+    static void* operator new(std::size_t size, stoReadNodeArena& arena) { return arena.allocate(size); }
+    static void operator delete(void*, stoReadNodeArena&) noexcept {}
+    static void operator delete(void*) noexcept {}
+
     explicit stoReadNode(stoReadSection* section);
     virtual void process(stoTypeHandle const& type) = 0;
     virtual void dump_members(std::ostream& os, int indent) const;
@@ -131,6 +166,8 @@ public:
     virtual ~stoReadNode() = default;
 
     void add_child(stoReadNode* child) { m_children.emplace_back(child); }
+    // Takes the children from the end of `children`, from index `first` on.
+    void take_children(std::vector<std::unique_ptr<stoReadNode>>& children, std::size_t first);
     void register_value(stoValue* value);
     stoValue* release();
     stoValue* share();
@@ -284,6 +321,10 @@ protected:
     stoValueHandle* slot_for_key(stoReadKey const& key, stoReadSection* section);
     void set_slot(stoReadKey const& key, stoValueHandle* slot);
     stoValueHandle* new_slot();
+    stoReadNodeArena m_nodes;
+    // The children of the lists being read, innermost last, until each list
+    // is complete and its node takes them at once.
+    std::vector<std::unique_ptr<stoReadNode>> m_list_children;
 
     stoReadTypeSection m_type_stubs;
     stoReadTypeSection m_types;
@@ -322,6 +363,7 @@ protected:
         // Where its slots begin in m_frame_slots and m_held_slots.
         std::size_t slots;
         std::size_t held;
+        stoReadNodeArena::Mark nodes;
     };
     std::vector<Frame> m_frames;
     // The reading under way takes (owns or shares) the value of a record
