@@ -488,12 +488,17 @@ void stoReadPtrNode::dump_members(std::ostream& os, int indent) const
     os << "(ptr)";
 }
 
+stoReadRefNode::stoReadRefNode(stoReadSection* section, stoReadKey const& key)
+    : stoReadNode(section), m_key(key), m_index(section->reader()->find_record(key))
+{
+}
+
 void stoReadRefNode::process(stoTypeHandle const&)
 {
     if (!m_slot) {
-        m_slot = m_reader->slot_for_key(m_key, m_section);
+        m_slot = m_reader->slot_for_record(m_index, m_section);
         if (m_slot)
-            m_record = m_reader->find_record(m_key);
+            m_record = m_index;
     }
 }
 
@@ -501,7 +506,7 @@ int stoReadRefNode::need_to_defer(stoReadKey& key) const
 {
     if (m_slot)
         return 0;
-    int found = m_reader->find_record(m_key);
+    int found = m_index;
     if (found >= 0 && m_reader->m_records[static_cast<std::size_t>(found)].key.slot())
         return 0;
     key = m_key;
@@ -861,9 +866,10 @@ void stoFileReader::fix_pointers()
     std::vector<int> least;
     for (Deferred const& deferred : m_to_fix) {
         stoPtrValue* pointer = deferred.pointer;
-        stoReadKey const& key = deferred.key;
-        int found = find_record(key);
-        stoValueHandle* slot = found < 0 ? nullptr : m_records[static_cast<std::size_t>(found)].key.slot();
+        int found = deferred.record;
+        // The record's key has the bytes of the reference.
+        stoReadKey const& key = m_records[static_cast<std::size_t>(found)].key;
+        stoValueHandle* slot = key.slot();
         if (!slot)
             continue;
         stoValue::Kind kind = pointer->kind();
@@ -874,7 +880,7 @@ void stoFileReader::fix_pointers()
             if (least[static_cast<std::size_t>(found)] <= deferred.home) {
                 int cycle = holds(slot->value(), pointer, budget, stack, seen);
                 if (cycle) {
-                    set_line_number(key.line_number());
+                    set_line_number(deferred.line);
                     if (cycle > 0)
                         error("Record %.*s would own itself through a pointer\n", key.length(), key.text());
                     else
@@ -895,9 +901,7 @@ std::vector<std::pair<int, int>> stoFileReader::waiting_edges()
         stoValue::Kind kind = deferred.pointer->kind();
         if (deferred.home < 0 || (kind != stoValue::kPrgKind && kind != stoValue::kPrfKind))
             continue;
-        int found = find_record(deferred.key);
-        if (found >= 0)
-            edges.emplace_back(deferred.home, found);
+        edges.emplace_back(deferred.home, deferred.record);
     }
     return edges;
 }
@@ -1032,7 +1036,11 @@ stoReadNode* stoFileReader::read_value(stoReadSection* section, stoReadParen par
 
 stoValueHandle* stoFileReader::slot_for_key(stoReadKey const& key, stoReadSection* section)
 {
-    int index = find_record(key);
+    return slot_for_record(find_record(key), section);
+}
+
+stoValueHandle* stoFileReader::slot_for_record(int index, stoReadSection* section)
+{
     if (index < 0)
         return nullptr;
     // The records are all known after the scan: this entry stays in place.
@@ -1095,8 +1103,11 @@ void stoFileReader::took(int record)
 
 void stoFileReader::defer(stoPtrValue* pointer, stoReadKey const& key)
 {
+    int record = find_record(key);
+    if (record < 0)
+        return;
     int home = m_frames.empty() ? -1 : m_frames.back().record;
-    m_to_fix.push_back(Deferred{pointer, key, home});
+    m_to_fix.push_back(Deferred{pointer, record, key.line_number(), home});
     // Only owning and counted pointers make a value hold its pointee.
     stoValue::Kind kind = pointer->kind();
     if (!m_frames.empty() && (kind == stoValue::kPrgKind || kind == stoValue::kPrfKind))

@@ -231,13 +231,14 @@ public:
 
 class stoReadRefNode : public stoReadNode {
 public:
-    stoReadRefNode(stoReadSection* section, stoReadKey const& key) : stoReadNode(section), m_key(key) {}
+    stoReadRefNode(stoReadSection* section, stoReadKey const& key);
     void process(stoTypeHandle const& type) override;
     void dump_members(std::ostream& os, int indent) const override;
     int need_to_defer(stoReadKey& key) const override;
 
 private:
     stoReadKey m_key;
+    int m_index;  // of the record with the key, or -1
 };
 
 class stoReadStubNode : public stoReadNode {
@@ -319,6 +320,8 @@ protected:
     // The index in m_records of the first record with that key, or -1.
     int find_record(stoReadKey const& key) const;
     stoValueHandle* slot_for_key(stoReadKey const& key, stoReadSection* section);
+    // slot_for_key for the record at that index (none for -1).
+    stoValueHandle* slot_for_record(int index, stoReadSection* section);
     void set_slot(stoReadKey const& key, stoValueHandle* slot);
     stoValueHandle* new_slot();
     stoReadNodeArena m_nodes;
@@ -372,11 +375,14 @@ protected:
     // Which record took the value of which, among records that may hold a
     // waiting pointer.
     std::vector<std::pair<int, int>> m_takes;
-    // A pointer to a record not yet read, the key it names and the record
-    // whose reading made it; fixed in the order they were met.
+    // A pointer to a record not yet read: the record it names, the line of
+    // the reference, and the record whose reading made it; fixed in the
+    // order they were met. Pointers naming no record are never fixed and
+    // not kept.
     struct Deferred {
         stoPtrValue* pointer;
-        stoReadKey key;
+        int record;
+        int line;
         int home;
     };
     void defer(stoPtrValue* pointer, stoReadKey const& key);
