@@ -426,13 +426,32 @@ int stoReadLexer::read_digit_sequence(long long& whole, stoReadNumber& exact)
     // Unsigned, so that the accumulation wraps instead of overflowing.
     unsigned long long value = 0;
     int count = 0;
+    // While exact is a whole number below 2^53 with a zero low half, ten
+    // times it plus a digit is again exactly such a number, whichever way
+    // it is formed: the digits are gathered as an integer until the next
+    // one would reach 2^53, and only the rest go through the double-double
+    // steps.
+    constexpr unsigned long long kExactLimit = 1ull << 53;
+    bool gathering = exact.lo() == 0.0 && exact.hi() >= 0.0 && exact.hi() < 0x1p53 &&
+                     exact.hi() == std::floor(exact.hi());
+    unsigned long long gathered = gathering ? static_cast<unsigned long long>(exact.hi()) : 0;
     while (m_cursor < m_end && is_ascii_digit(*m_cursor)) {
         unsigned int d = static_cast<unsigned int>(*m_cursor++ - '0');
         value = value * 10u + d;
-        exact.multiply_by_ten();
-        exact.add(static_cast<double>(d));
+        if (gathering && gathered <= (kExactLimit - 1 - d) / 10) {
+            gathered = gathered * 10 + d;
+        } else {
+            if (gathering) {
+                exact = stoReadNumber(static_cast<double>(gathered));
+                gathering = false;
+            }
+            exact.multiply_by_ten();
+            exact.add(static_cast<double>(d));
+        }
         ++count;
     }
+    if (gathering)
+        exact = stoReadNumber(static_cast<double>(gathered));
     whole = static_cast<long long>(value);
     return count;
 }

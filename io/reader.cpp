@@ -13,7 +13,10 @@
 #include "values/synthesiser.h"
 
 #include <cstdarg>
+#include <algorithm>
+#include <climits>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <ostream>
 #include <vector>
@@ -99,7 +102,7 @@ void stoReadSection::scan()
             r->absorb();
             ++count;
         }
-        r->m_keys.add(stoReadKey(start, count, line));
+        r->add_key(stoReadKey(start, count, line));
         skip_object();
     }
 }
@@ -161,11 +164,20 @@ void stoReadSection::read_object()
         r->skip_line();
         return;
     }
-    auto found = r->m_keys.find(key);
-    if (!found.invalid() && found.slot()) {
+    int found = r->find_record(key);
+    if (found >= 0 && r->m_records[static_cast<std::size_t>(found)].key.slot()) {
         skip_object();
         return;
     }
+    // A record read on demand inside this one gets a frame of its own.
+    r->m_frames.push_back(
+        stoFileReader::Frame{found, 0, r->m_frame_slots.size(), r->m_held_slots.size(), r->m_nodes.mark()});
+    struct Pop {
+        stoFileReader* reader;
+        bool finished = false;
+        stoValueHandle const* root = nullptr;
+        ~Pop() { reader->end_frame(finished, root); }
+    } pop{r};
     stoReadObject object(this, key, r->line_number());
     object.read();
     if (r->e()) {
@@ -177,8 +189,14 @@ void stoReadSection::read_object()
         r->skip_line();
         return;
     }
-    if (object.node() && object.node()->slot())
-        r->set_slot(key, object.node()->slot());
+    if (stoReadNode* node = object.node(); node && node->slot()) {
+        // A record that is a reference to another holds that one's value.
+        if (node->record() >= 0)
+            r->took(node->record());
+        r->set_slot(key, node->slot());
+        pop.root = node->slot();
+    }
+    pop.finished = true;
     r->absorb_new_line();
     if (r->e())
         r->skip_line();
@@ -227,7 +245,39 @@ stoTypeHandle stoReadObjectSection::translate_type(stoReadKey const& key)
 
 // ---------------------------------------------------------------------- nodes
 
+void* stoReadNodeArena::allocate(std::size_t size)
+{
+    size = (size + 15) & ~static_cast<std::size_t>(15);
+    for (;;) {
+        if (m_block < m_blocks.size()) {
+            Block& block = m_blocks[m_block];
+            if (m_used + size <= block.size) {
+                void* p = block.bytes.get() + m_used;
+                m_used += size;
+                return p;
+            }
+            if (m_block + 1 < m_blocks.size()) {
+                ++m_block;
+                m_used = 0;
+                continue;
+            }
+        }
+        std::size_t bytes = std::max(size, kBlockSize);
+        m_blocks.push_back(Block{std::make_unique<unsigned char[]>(bytes), bytes});
+        m_block = m_blocks.size() - 1;
+        m_used = 0;
+    }
+}
+
 stoReadNode::stoReadNode(stoReadSection* section) : m_section(section), m_reader(section->reader()) {}
+
+void stoReadNode::take_children(std::vector<std::unique_ptr<stoReadNode>>& children, std::size_t first)
+{
+    m_children.reserve(m_children.size() + (children.size() - first));
+    for (std::size_t i = first; i < children.size(); ++i)
+        m_children.push_back(std::move(children[i]));
+    children.resize(first);
+}
 
 void stoReadNode::register_value(stoValue* value)
 {
@@ -235,7 +285,13 @@ void stoReadNode::register_value(stoValue* value)
     m_slot->become(utPtrClaim, value);
 }
 
-stoValue* stoReadNode::release() { return m_slot ? m_slot->release() : nullptr; }
+stoValue* stoReadNode::release()
+{
+    stoValue* value = m_slot ? m_slot->release() : nullptr;
+    if (value && m_record >= 0)
+        m_reader->took(m_record);
+    return value;
+}
 stoValue* stoReadNode::share() { return m_slot ? m_slot->share() : nullptr; }
 stoValue* stoReadNode::value() const { return m_slot ? m_slot->value() : nullptr; }
 
@@ -413,12 +469,17 @@ void stoReadPtrNode::process(stoTypeHandle const& type)
         return;
     stoReadKey key;
     if (c->need_to_defer(key)) {
-        m_reader->m_to_fix[pointer] = key;
+        m_reader->defer(pointer, key);
         return;
     }
     c->process(pointer_type->pointee_type());
-    if (c->slot())
+    if (c->slot()) {
+        if (c->record() >= 0 && (pointer->kind() == stoValue::kPrgKind || pointer->kind() == stoValue::kPrfKind))
+            m_reader->took(c->record());
+        else if (c->record() < 0 && pointer->kind() == stoValue::kPrfKind)
+            m_reader->m_held_slots.push_back(c->slot());
         c->slot()->set_pointee(pointer);
+    }
 }
 
 void stoReadPtrNode::dump_members(std::ostream& os, int indent) const
@@ -427,18 +488,26 @@ void stoReadPtrNode::dump_members(std::ostream& os, int indent) const
     os << "(ptr)";
 }
 
+stoReadRefNode::stoReadRefNode(stoReadSection* section, stoReadKey const& key)
+    : stoReadNode(section), m_key(key), m_index(section->reader()->find_record(key))
+{
+}
+
 void stoReadRefNode::process(stoTypeHandle const&)
 {
-    if (!m_slot)
-        m_slot = m_reader->slot_for_key(m_key, m_section);
+    if (!m_slot) {
+        m_slot = m_reader->slot_for_record(m_index, m_section);
+        if (m_slot)
+            m_record = m_index;
+    }
 }
 
 int stoReadRefNode::need_to_defer(stoReadKey& key) const
 {
     if (m_slot)
         return 0;
-    stoReadKey found = m_reader->m_keys.find(m_key);
-    if (!found.invalid() && found.slot())
+    int found = m_index;
+    if (found >= 0 && m_reader->m_records[static_cast<std::size_t>(found)].key.slot())
         return 0;
     key = m_key;
     return 1;
@@ -557,6 +626,85 @@ void stoFileReader::scan()
     m_types.scan();
     m_objects.scan();
     m_object_stubs.scan();
+    index_keys();
+}
+
+namespace {
+
+// The table (0 to 3 for "#", "#$", "%", "%$") and the number of a key the
+// way the writer numbers records: the prefix, then decimal digits without a
+// leading zero, few enough for an int. -1 for every other key.
+int numbered_key(char const* text, int length, int& number)
+{
+    if (length < 2 || (text[0] != '#' && text[0] != '%'))
+        return -1;
+    int table = text[0] == '#' ? 0 : 2;
+    int i = 1;
+    if (text[1] == '$') {
+        ++table;
+        ++i;
+    }
+    int digits = length - i;
+    if (digits < 1 || digits > 9 || (digits > 1 && text[i] == '0'))
+        return -1;
+    int n = 0;
+    for (; i < length; ++i) {
+        unsigned int d = static_cast<unsigned int>(static_cast<unsigned char>(text[i])) - '0';
+        if (d > 9)
+            return -1;
+        n = n * 10 + static_cast<int>(d);
+    }
+    number = n;
+    return table;
+}
+
+}  // namespace
+
+void stoFileReader::add_key(stoReadKey const& key) { m_records.push_back(Record{key}); }
+
+void stoFileReader::index_keys()
+{
+    // A number table is as long as the largest number in it. Files number
+    // their values, not only their records, so numbers run some times
+    // beyond the count of records; numbers further out than this are found
+    // by their bytes instead, and no input makes a table large.
+    m_records.shrink_to_fit();
+    long long limit = 16LL * static_cast<long long>(m_records.size()) + 1024;
+    std::size_t lengths[4] = {0, 0, 0, 0};
+    for (Record const& r : m_records) {
+        int n = 0;
+        int t = numbered_key(r.key.text(), r.key.length(), n);
+        if (t >= 0 && n < limit)
+            lengths[t] = std::max(lengths[t], static_cast<std::size_t>(n) + 1);
+    }
+    for (int t = 0; t < 4; ++t)
+        m_numbered[t].assign(lengths[t], 0);
+    for (std::size_t i = 0; i < m_records.size(); ++i) {
+        stoReadKey const& key = m_records[i].key;
+        if (key.invalid())
+            continue;  // never found, as no look-up finds an invalid key
+        int n = 0;
+        int t = numbered_key(key.text(), key.length(), n);
+        if (t >= 0 && n < limit) {
+            int& entry = m_numbered[t][static_cast<std::size_t>(n)];
+            if (!entry)
+                entry = static_cast<int>(i) + 1;
+        } else if (!m_named.contains(key)) {
+            m_named[key] = static_cast<int>(i);
+        }
+    }
+}
+
+int stoFileReader::find_record(stoReadKey const& key) const
+{
+    if (key.invalid())
+        return -1;
+    int n = 0;
+    int t = numbered_key(key.text(), key.length(), n);
+    if (t >= 0 && static_cast<std::size_t>(n) < m_numbered[t].size())
+        return m_numbered[t][static_cast<std::size_t>(n)] - 1;
+    int const* i = m_named.find(key);
+    return i ? *i : -1;
 }
 
 void stoFileReader::read()
@@ -574,10 +722,12 @@ namespace {
 // the members and elements of objects, arrays and mapped values, the id of a
 // stub, the pointee of an owning or counted pointer. Each value is visited
 // once; -1 when the budget of visits runs out first.
-int holds(stoValue const* from, stoValue const* value, long long& budget)
+int holds(stoValue const* from, stoValue const* value, long long& budget, std::vector<stoValue const*>& stack,
+          coSet<stoValue const*>& seen)
 {
-    std::vector<stoValue const*> stack{from};
-    coSet<stoValue const*> seen;
+    stack.clear();
+    stack.push_back(from);
+    seen.clear();
     while (!stack.empty()) {
         stoValue const* v = stack.back();
         stack.pop_back();
@@ -609,6 +759,87 @@ int holds(stoValue const* from, stoValue const* value, long long& budget)
     return 0;
 }
 
+// For each of n records, the smallest index of a record it reaches over the
+// edges (itself included), in time linear in records and edges: the
+// strongly connected parts, found by Tarjan's method without recursion,
+// come out with every part they reach before them.
+std::vector<int> least_reachable(int n, std::vector<std::pair<int, int>> const& edges)
+{
+    std::size_t count = static_cast<std::size_t>(n);
+    std::vector<int> first(count + 1, 0);
+    for (auto const& e : edges)
+        ++first[static_cast<std::size_t>(e.first) + 1];
+    for (std::size_t i = 0; i < count; ++i)
+        first[i + 1] += first[i];
+    std::vector<int> to(edges.size());
+    {
+        std::vector<int> fill(first.begin(), first.end() - 1);
+        for (auto const& e : edges)
+            to[static_cast<std::size_t>(fill[static_cast<std::size_t>(e.first)]++)] = e.second;
+    }
+    std::vector<int> least(count);
+    for (std::size_t i = 0; i < count; ++i)
+        least[i] = static_cast<int>(i);
+    std::vector<int> order(count, -1);
+    std::vector<int> link(count, 0);
+    std::vector<char> on_stack(count, 0);
+    std::vector<int> stack;
+    struct Visit {
+        int node;
+        int next;  // the next edge to follow
+    };
+    std::vector<Visit> visits;
+    int counter = 0;
+    auto enter = [&](int v) {
+        std::size_t u = static_cast<std::size_t>(v);
+        order[u] = link[u] = counter++;
+        stack.push_back(v);
+        on_stack[u] = 1;
+        visits.push_back(Visit{v, first[u]});
+    };
+    for (int s = 0; s < n; ++s) {
+        std::size_t u = static_cast<std::size_t>(s);
+        if (order[u] >= 0 || first[u] == first[u + 1])
+            continue;
+        enter(s);
+        while (!visits.empty()) {
+            std::size_t v = static_cast<std::size_t>(visits.back().node);
+            if (visits.back().next < first[v + 1]) {
+                std::size_t w = static_cast<std::size_t>(to[static_cast<std::size_t>(visits.back().next++)]);
+                if (order[w] < 0) {
+                    enter(static_cast<int>(w));
+                } else if (on_stack[w]) {
+                    link[v] = std::min(link[v], order[w]);
+                    least[v] = std::min(least[v], least[w]);
+                } else {
+                    least[v] = std::min(least[v], least[w]);  // a finished part
+                }
+                continue;
+            }
+            visits.pop_back();
+            if (link[v] == order[v]) {
+                std::size_t k = stack.size();
+                int smallest = INT_MAX;
+                do {
+                    --k;
+                    smallest = std::min(smallest, least[static_cast<std::size_t>(stack[k])]);
+                } while (static_cast<std::size_t>(stack[k]) != v);
+                for (std::size_t j = k; j < stack.size(); ++j) {
+                    least[static_cast<std::size_t>(stack[j])] = smallest;
+                    on_stack[static_cast<std::size_t>(stack[j])] = 0;
+                }
+                stack.resize(k);
+            }
+            if (!visits.empty()) {
+                std::size_t u = static_cast<std::size_t>(visits.back().node);
+                link[u] = std::min(link[u], link[v]);
+                least[u] = std::min(least[u], least[v]);
+            }
+        }
+    }
+    return least;
+}
+
 }  // namespace
 
 void stoFileReader::fix_pointers()
@@ -619,29 +850,99 @@ void stoFileReader::fix_pointers()
     // each other and never be freed. Files that hold nothing of the kind
     // cost about one visit per value; the budget keeps hostile ones from
     // costing one per value and pointer.
-    long long budget = 64LL * m_slots.size() + 100000;
-    for (auto const& [pointer, key] : m_to_fix) {
-        stoReadKey found = m_keys.find(key);
-        if (found.invalid() || !found.slot())
+    //
+    // Most such pointers need no visit at all. The values of a record hold
+    // the pointer, which waits here, only if they hold some owning or
+    // counted pointer that waits here (the record is pending), and they
+    // grow while the pointers are fixed only through such pointers: a
+    // record that is not pending cannot be in a cycle. A pending one holds
+    // the pointer only if it reaches the record that made the pointer over
+    // the records taken by pending records and the waiting pointers; when
+    // every record it reaches comes later in the file than that one, it
+    // does not.
+    long long budget = 64LL * m_registered + 100000;
+    std::vector<stoValue const*> stack;
+    coSet<stoValue const*> seen;
+    std::vector<int> least;
+    for (Deferred const& deferred : m_to_fix) {
+        stoPtrValue* pointer = deferred.pointer;
+        int found = deferred.record;
+        // The record's key has the bytes of the reference.
+        stoReadKey const& key = m_records[static_cast<std::size_t>(found)].key;
+        stoValueHandle* slot = key.slot();
+        if (!slot)
             continue;
-        stoValueHandle* slot = found.slot();
         stoValue::Kind kind = pointer->kind();
-        if (((kind == stoValue::kPrgKind && slot->owns()) || kind == stoValue::kPrfKind) && slot->value()) {
-            int cycle = holds(slot->value(), pointer, budget);
-            if (cycle) {
-                set_line_number(key.line_number());
-                if (cycle > 0)
-                    error("Record %.*s would own itself through a pointer\n", key.length(), key.text());
-                else
-                    error("records refer to each other too deeply\n");
-                continue;
+        if (((kind == stoValue::kPrgKind && slot->owns()) || kind == stoValue::kPrfKind) && slot->value() &&
+            m_records[static_cast<std::size_t>(found)].pending && deferred.home >= 0) {
+            if (least.empty())
+                least = least_reachable(static_cast<int>(m_records.size()), waiting_edges());
+            if (least[static_cast<std::size_t>(found)] <= deferred.home) {
+                int cycle = holds(slot->value(), pointer, budget, stack, seen);
+                if (cycle) {
+                    set_line_number(deferred.line);
+                    if (cycle > 0)
+                        error("Record %.*s would own itself through a pointer\n", key.length(), key.text());
+                    else
+                        error("records refer to each other too deeply\n");
+                    continue;
+                }
             }
         }
         slot->set_pointee(pointer);
     }
 }
 
-stoValueHandle* stoFileReader::new_slot() { return &m_slots.emplace(); }
+std::vector<std::pair<int, int>> stoFileReader::waiting_edges()
+{
+    std::vector<std::pair<int, int>> edges;
+    edges.swap(m_takes);
+    for (Deferred const& deferred : m_to_fix) {
+        stoValue::Kind kind = deferred.pointer->kind();
+        if (deferred.home < 0 || (kind != stoValue::kPrgKind && kind != stoValue::kPrfKind))
+            continue;
+        edges.emplace_back(deferred.home, deferred.record);
+    }
+    return edges;
+}
+
+stoValueHandle* stoFileReader::new_slot()
+{
+    ++m_registered;
+    stoValueHandle* slot = nullptr;
+    if (m_free_slots.empty()) {
+        slot = &m_slots.emplace();
+    } else {
+        slot = m_free_slots.back();
+        m_free_slots.pop_back();
+    }
+    m_frame_slots.push_back(slot);
+    return slot;
+}
+
+void stoFileReader::end_frame(bool finished, stoValueHandle const* root)
+{
+    Frame const& frame = m_frames.back();
+    if (finished) {
+        // A slot that still owns its value keeps it alive (a value a stub
+        // names as parent, what a plain pointer points at, what a failed
+        // record made); every other slot of the reading is done with.
+        auto held_begin = m_held_slots.begin() + static_cast<std::ptrdiff_t>(frame.held);
+        std::sort(held_begin, m_held_slots.end(), std::less<stoValueHandle*>());
+        for (std::size_t i = frame.slots; i < m_frame_slots.size(); ++i) {
+            stoValueHandle* slot = m_frame_slots[i];
+            if (slot == root || slot->owns() ||
+                std::binary_search(held_begin, m_held_slots.end(), slot, std::less<stoValueHandle*>()))
+                continue;
+            m_free_slots.push_back(slot);
+        }
+    }
+    m_frame_slots.resize(frame.slots);
+    m_held_slots.resize(frame.held);
+    // The record's nodes have been deleted with its stoReadObject.
+    m_nodes.release(frame.nodes);
+    m_frames.pop_back();
+}
 
 stoReadNode* stoFileReader::read_value(stoReadSection* section, stoReadParen paren)
 {
@@ -658,12 +959,20 @@ stoReadNode* stoFileReader::read_value(stoReadSection* section, stoReadParen par
 
     int c = peekc();
     auto list = [&](stoReadNode* node, char closing) {
+        std::unique_ptr<stoReadNode> owner(node);
+        std::size_t first = m_list_children.size();
+        struct Collect {
+            std::vector<std::unique_ptr<stoReadNode>>& children;
+            std::size_t first;
+            stoReadNode* node;
+            ~Collect() { node->take_children(children, first); }
+        } collect{m_list_children, first, node};
         absorb();
         if (peekc() != closing) {
             do {
                 if (at_end())
                     break;
-                node->add_child(read_value(section, stoReadParenArray));
+                m_list_children.emplace_back(read_value(section, stoReadParenArray));
                 if (peekc() == ',') {
                     absorb();
                 } else if (peekc() != closing) {
@@ -673,14 +982,14 @@ stoReadNode* stoFileReader::read_value(stoReadSection* section, stoReadParen par
             } while (peekc() != closing);
         }
         absorb(closing);
-        return node;
+        return owner.release();
     };
     if (c == '(' && paren == stoReadParenArray)
-        return list(new stoReadArrayNode(section), ')');
+        return list(new (m_nodes) stoReadArrayNode(section), ')');
     if (c == '{')
-        return list(new stoReadClassNode(section), '}');
+        return list(new (m_nodes) stoReadClassNode(section), '}');
     if (c == '<')
-        return list(new stoReadMappedNode(section), '>');
+        return list(new (m_nodes) stoReadMappedNode(section), '>');
     if (c == '(') {
         absorb();
         std::unique_ptr<stoReadNode> id(read_value(section, stoReadParenArray));
@@ -688,15 +997,15 @@ stoReadNode* stoFileReader::read_value(stoReadSection* section, stoReadParen par
         absorb('&');
         std::unique_ptr<stoReadNode> parent(read_value(section, stoReadParenArray));
         absorb(')');
-        return new stoReadStubNode(section, id.release(), parent.release());
+        return new (m_nodes) stoReadStubNode(section, id.release(), parent.release());
     }
     if (c == '&') {
         absorb();
-        return new stoReadPtrNode(section, read_value(section, stoReadParenArray));
+        return new (m_nodes) stoReadPtrNode(section, read_value(section, stoReadParenArray));
     }
     if (c == '@') {
         absorb();
-        return new stoReadBasicNode(section, nullptr);
+        return new (m_nodes) stoReadBasicNode(section, nullptr);
     }
     if (c == '!') {
         absorb();
@@ -705,19 +1014,19 @@ stoReadNode* stoFileReader::read_value(stoReadSection* section, stoReadParen par
         stoByteArray bytes = read_byte_array();
         absorb('}');
         absorb('!');
-        return new stoReadBasicNode(section, new stoByteArrayValue(bytes));
+        return new (m_nodes) stoReadBasicNode(section, new stoByteArrayValue(bytes));
     }
     if ((c >= '0' && c <= '9') || c == '-' || c == '+' || c == '.') {
         long long integer = 0;
         double real = 0;
         if (read_number(integer, real))
-            return new stoReadBasicNode(section, new stoIntValue(stoIntValue64Tag, integer));
-        return new stoReadBasicNode(section, new stoDoubleValue(real));
+            return new (m_nodes) stoReadBasicNode(section, new stoIntValue(stoIntValue64Tag, integer));
+        return new (m_nodes) stoReadBasicNode(section, new stoDoubleValue(real));
     }
     if (c == '"')
-        return new stoReadBasicNode(section, new stoStringValue(read_string()));
+        return new (m_nodes) stoReadBasicNode(section, new stoStringValue(read_string()));
     if (c == '%' || c == '#' || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'))
-        return new stoReadRefNode(section, read_identifier());
+        return new (m_nodes) stoReadRefNode(section, read_identifier());
     if (at_end())
         error("unexpected end of file\n");
     else
@@ -727,16 +1036,22 @@ stoReadNode* stoFileReader::read_value(stoReadSection* section, stoReadParen par
 
 stoValueHandle* stoFileReader::slot_for_key(stoReadKey const& key, stoReadSection* section)
 {
-    stoReadKey found = m_keys.find(key);
-    if (found.invalid())
+    return slot_for_record(find_record(key), section);
+}
+
+stoValueHandle* stoFileReader::slot_for_record(int index, stoReadSection* section)
+{
+    if (index < 0)
         return nullptr;
-    if (!found.slot()) {
+    // The records are all known after the scan: this entry stays in place.
+    Record& found = m_records[static_cast<std::size_t>(index)];
+    if (!found.key.slot()) {
         // A record whose reading failed is read again, and reports again,
         // each time something refers to it; but records referring to it
         // several times each would make that work grow exponentially with
         // the length of a chain of them, so only so many such re-reads are
         // done in one file. It is still read in its turn.
-        if (m_failed.contains(found) && ++m_failed_rereads > kMaxFailedRereads)
+        if (found.failed && ++m_failed_rereads > kMaxFailedRereads)
             return nullptr;
         if (m_demand_depth >= kMaxDepth) {
             error("records refer to each other too deeply\n");
@@ -744,18 +1059,17 @@ stoValueHandle* stoFileReader::slot_for_key(stoReadKey const& key, stoReadSectio
         }
         char const* cursor_before = cursor();
         int line_before = line_number();
-        set_cursor(found.text());
-        set_line_number(found.line_number());
+        set_cursor(found.key.text());
+        set_line_number(found.key.line_number());
         ++m_demand_depth;
         section->read_object();
         --m_demand_depth;
         set_cursor(cursor_before);
         set_line_number(line_before);
-        found = m_keys.find(key);
-        if (!found.slot())
-            m_failed.add(found);
+        if (!found.key.slot())
+            found.failed = true;
     }
-    return found.slot();
+    return found.key.slot();
 }
 
 void stoFileReader::set_slot(stoReadKey const& key, stoValueHandle* slot)
@@ -763,17 +1077,47 @@ void stoFileReader::set_slot(stoReadKey const& key, stoValueHandle* slot)
     // The key's place and line only matter for reading its record on
     // demand, which a key with a slot never is again: the key given, equal
     // to the one in the set, takes its place.
-    if (key.invalid() || !m_keys.remove(key)) {
+    int found = find_record(key);
+    if (found < 0) {
         error("Unknown object key.\n");
         return;
     }
-    m_keys.add(stoReadKey(key.text(), key.length(), key.line_number(), slot));
+    Record& record = m_records[static_cast<std::size_t>(found)];
+    record.key = stoReadKey(key.text(), key.length(), key.line_number(), slot);
+    if (!m_frames.empty())
+        record.pending = m_frames.back().pending;
+}
+
+void stoFileReader::took(int record)
+{
+    if (m_frames.empty() || record < 0)
+        return;
+    Frame& frame = m_frames.back();
+    if (!m_records[static_cast<std::size_t>(record)].pending)
+        return;
+    // Only records that may hold a waiting pointer matter to the fix-up.
+    frame.pending = 1;
+    if (frame.record >= 0)
+        m_takes.push_back({frame.record, record});
+}
+
+void stoFileReader::defer(stoPtrValue* pointer, stoReadKey const& key)
+{
+    int record = find_record(key);
+    if (record < 0)
+        return;
+    int home = m_frames.empty() ? -1 : m_frames.back().record;
+    m_to_fix.push_back(Deferred{pointer, record, key.line_number(), home});
+    // Only owning and counted pointers make a value hold its pointee.
+    stoValue::Kind kind = pointer->kind();
+    if (!m_frames.empty() && (kind == stoValue::kPrgKind || kind == stoValue::kPrfKind))
+        m_frames.back().pending = 1;
 }
 
 stoValueHandle* stoFileReader::look_up_slot(utString const& name) const
 {
-    stoReadKey found = m_keys.find(stoReadKey(name.c_str(), name.length(), 1));
-    return found.invalid() ? nullptr : found.slot();
+    int found = find_record(stoReadKey(name.c_str(), name.length(), 1));
+    return found < 0 ? nullptr : m_records[static_cast<std::size_t>(found)].key.slot();
 }
 
 stoValue const* stoFileReader::look_up_value(utString const& name) const

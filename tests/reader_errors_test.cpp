@@ -114,3 +114,27 @@ TEST(ReaderErrors, HostileNestingAndReferenceChainsAreBounded)
     Read c = read_text(chain);
     EXPECT_GT(c.errors, 0);
 }
+
+// Pointers to later records are fixed at the end; an owning one that would
+// close a ring of owners is refused on the line of its record, and the
+// records before it in the ring still point where they say.
+TEST(ReaderErrors, OwningPointersClosingARingAreRefused)
+{
+    auto links = [](std::string const& last_target) {
+        return "-TYPE STUBS\n"
+               "stoSchemaLink=stoClass(\"stoSchemaLink\",&store_1)\n"
+               "store_1=stoSchema(%$3,&%$2)\n"
+               "%$2=stoSystem(1,&@)\n"
+               "%$3=stoSchemaID{\"store\",1}\n"
+               "-TYPES\n-OBJECTS\n"
+               "#2=stoSchemaLink{&#3,&@}\n"
+               "#3=stoSchemaLink{&#4,&@}\n"
+               "#4=stoSchemaLink{&" + last_target + ",&@}\n"
+               "-OBJECT STUBS\n";
+    };
+    Read ring = read_text(links("#2"));
+    EXPECT_EQ(ring.errors, 1);
+    EXPECT_EQ(ring.diagnostics, "Error on line 9: Record #4 would own itself through a pointer\n");
+    Read chain = read_text(links("@"));
+    EXPECT_EQ(chain.errors, 0) << chain.diagnostics;
+}
