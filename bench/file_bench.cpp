@@ -336,6 +336,9 @@ LibraryResult run_sto(annDocument const* document, int items, int repeat)
         stoReadMemoryMap map(text.data(), static_cast<int>(text.size()));
         std::ostringstream diagnostics;
         annDocument* copy = new annDocument;
+        // The values read live no longer than the reader, so they can come
+        // from the value pool (declared first, it goes last).
+        stoMemoryPoolEnabler pool(stoValue::sto_memory_pool(), stoValue::sto_memory_pool_size());
         stoFileReader reader(&map, &diagnostics, nullptr, nullptr);
         if (reader.error_count())
             fail("sto: the reader reported errors:\n" + diagnostics.str());

@@ -61,6 +61,9 @@ int main(int argc, char** argv)
         stoReadFileNameMap map("sample.sto");
         bytes = map.length();
         std::ostringstream diagnostics;
+        // The values read go with the reader, so they may come from the value
+        // pool: declared before the reader, the pool outlives it.
+        stoMemoryPoolEnabler pool(stoValue::sto_memory_pool(), stoValue::sto_memory_pool_size());
         stoFileReader reader(&map, &diagnostics, nullptr, nullptr);
         if (reader.error_count()) {
             std::fprintf(stderr, "reading sample.sto reported %d errors:\n%s", reader.error_count(),
