@@ -17,6 +17,7 @@
 
 #include "platform/co_hash.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 #include <type_traits>
@@ -100,7 +101,16 @@ private:
         V value;
     };
 
-    std::size_t home(K key) const { return co_hash_pointer(static_cast<void const*>(key)) & m_mask; }
+    // Addresses in one 4 KiB page go to one stretch of slots, in address
+    // order; the stretches of pages are spread by the hash of the page. A
+    // walk over objects made one after another then probes neighbouring
+    // slots instead of a random slot each time.
+    static std::size_t spread(void const* key)
+    {
+        std::uintptr_t a = reinterpret_cast<std::uintptr_t>(key);
+        return static_cast<std::size_t>(co_hash_pointer(reinterpret_cast<void const*>(a >> 12))) + ((a >> 4) & 255);
+    }
+    std::size_t home(K key) const { return spread(static_cast<void const*>(key)) & m_mask; }
 
     void grow()
     {
@@ -113,7 +123,7 @@ private:
         for (std::size_t j = 0; m_slots && j <= m_mask; ++j) {
             if (!m_slots[j].key)
                 continue;
-            std::size_t i = co_hash_pointer(static_cast<void const*>(m_slots[j].key)) & mask;
+            std::size_t i = spread(static_cast<void const*>(m_slots[j].key)) & mask;
             while (slots[i].key)
                 i = (i + 1) & mask;
             slots[i] = m_slots[j];
