@@ -365,14 +365,14 @@ void stoFileWriter::add_graph(stoValue* root)
     }
 }
 
-void stoFileWriter::add_children(stoValue const* value, stoWriteSection* section)
+// In batches: every child of the batch is asked for first, then the table's
+// slot of every child that has a record (and, with `targets`, of the target
+// of every pointer child), so that the misses overlap; then `use` (child,
+// index) runs for each child in order, null children included.
+template <class Use>
+void stoFileWriter::for_children_in_batches(stoValue const* value, bool targets, Use&& use)
 {
     int n = value->number_of_children();
-    // Pointers and a stub's parent are the links by which a value can be
-    // met again.
-    int links = value->is_pointer() || value->is_stub();
-    // In batches: every child is asked for first, and the table's slot of
-    // every child that goes into the table, so that the misses overlap.
     constexpr int batch = 32;
     stoValue const* children[batch];
     for (int base = 0; base < n; base += batch) {
@@ -384,19 +384,31 @@ void stoFileWriter::add_children(stoValue const* value, stoWriteSection* section
         }
         for (int j = 0; j < m; ++j) {
             stoValue const* child = children[j];
-            if (child && (m_table_holds_all || child->is_object() || child->is_stub()))
-                m_table.prefetch(child);
-        }
-        for (int j = 0; j < m; ++j) {
-            stoValue const* child = children[j];
             if (!child)
                 continue;
-            int i = base + j;
-            if (links && (i == 0 || !value->is_stub()) && !child->is_object() && !child->is_stub())
-                m_pointer_to_unshared = 1;
-            add_value(const_cast<stoValue*>(child), section);
+            if (m_table_holds_all || child->is_object() || child->is_stub())
+                m_table.prefetch(child);
+            else if (targets && child->is_pointer())
+                if (stoValue const* target = static_cast<stoPtrValue const*>(child)->pointee())
+                    m_table.prefetch(target);
         }
+        for (int j = 0; j < m; ++j)
+            use(children[j], base + j);
     }
+}
+
+void stoFileWriter::add_children(stoValue const* value, stoWriteSection* section)
+{
+    // Pointers and a stub's parent are the links by which a value can be
+    // met again.
+    int links = value->is_pointer() || value->is_stub();
+    for_children_in_batches(value, false, [&](stoValue const* child, int i) {
+        if (!child)
+            return;
+        if (links && (i == 0 || !value->is_stub()) && !child->is_object() && !child->is_stub())
+            m_pointer_to_unshared = 1;
+        add_value(const_cast<stoValue*>(child), section);
+    });
 }
 
 stoWriteObject* stoFileWriter::make_object(stoValue* value, stoWriteSection* section)
@@ -636,34 +648,11 @@ void stoFileWriter::write_child(stoValue const* value, stoWriteSection* section)
 
 void stoFileWriter::write_fields(stoValue const* value, stoWriteSection* section)
 {
-    int n = value->number_of_children();
-    // In batches, as in add_children: the children first, then the table's
-    // slots of those with records and of the targets of pointers.
-    constexpr int batch = 32;
-    stoValue const* children[batch];
-    for (int base = 0; base < n; base += batch) {
-        int m = n - base < batch ? n - base : batch;
-        for (int j = 0; j < m; ++j) {
-            children[j] = value->child(base + j);
-            if (children[j])
-                __builtin_prefetch(children[j]);
-        }
-        for (int j = 0; j < m; ++j) {
-            stoValue const* child = children[j];
-            if (!child)
-                continue;
-            if (m_table_holds_all || child->is_object() || child->is_stub())
-                m_table.prefetch(child);
-            else if (child->is_pointer())
-                if (stoValue const* target = static_cast<stoPtrValue const*>(child)->pointee())
-                    m_table.prefetch(target);
-        }
-        for (int j = 0; j < m; ++j) {
-            if (base + j)
-                m_out.put(',');
-            write_child(children[j], section);
-        }
-    }
+    for_children_in_batches(value, true, [&](stoValue const* child, int i) {
+        if (i)
+            m_out.put(',');
+        write_child(child, section);
+    });
 }
 
 namespace {

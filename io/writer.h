@@ -248,6 +248,8 @@ protected:
     // The same for a value that has a record.
     void write_record_child(stoValue const* value);
     void write_fields(stoValue const* value, stoWriteSection* section);
+    template <class Use>
+    void for_children_in_batches(stoValue const* value, bool targets, Use&& use);
     // The type reference and the body.
     void write_in_full(stoValue const* value, stoWriteSection* section);
     void write_inline(stoValue const* value, stoWriteObject const* wo);
