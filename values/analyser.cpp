@@ -1,5 +1,7 @@
 #include "values/analyser.h"
 
+#include "platform/co_address_table.h"
+
 #include "types/class.h"
 #include "types/system.h"
 #include "values/pointer_types.h"
@@ -92,6 +94,7 @@ void stoLiveObjectTable::grow()
     Slot* slots = static_cast<Slot*>(std::calloc(count, sizeof(Slot)));
     if (!slots)
         throw std::bad_alloc();
+    co_advise_huge_pages(slots, count * sizeof(Slot));
     std::size_t mask = count - 1;
     for (std::size_t j = 0; m_slots && j <= m_mask; ++j) {
         if (!m_slots[j].ptr)
