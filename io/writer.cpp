@@ -1,5 +1,7 @@
 #include "io/writer.h"
 
+#include "platform/co_address_table.h"
+
 #include "support/exceptions.h"
 #include "support/memory_pool.h"
 #include "types/basic.h"
@@ -13,9 +15,12 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <iterator>
 #include <limits>
+#include <new>
 #include <ostream>
+#include <type_traits>
 
 namespace {
 
@@ -212,8 +217,13 @@ void stoWriteTable::grow()
 {
     std::size_t old_count = m_slots ? m_mask + 1 : 0;
     std::size_t count = old_count ? 2 * old_count : 1024;
-    std::unique_ptr<Slot[]> old = std::move(m_slots);
-    m_slots.reset(new Slot[count]());
+    std::unique_ptr<Slot[], Free> old = std::move(m_slots);
+    // Zeroed memory is free slots; calloc gets it from the system untouched.
+    static_assert(std::is_trivially_copyable_v<Slot>);
+    m_slots.reset(static_cast<Slot*>(std::calloc(count, sizeof(Slot))));
+    if (!m_slots)
+        throw std::bad_alloc();
+    co_advise_huge_pages(m_slots.get(), count * sizeof(Slot));
     m_mask = count - 1;
     m_shift = 64 - std::countr_zero(count);
     for (std::size_t k = 0; k < old_count; ++k) {

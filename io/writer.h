@@ -22,6 +22,7 @@
 #include "values/analyser.h"
 
 #include <cstddef>
+#include <cstdlib>
 #include <cstdint>
 #include <cstring>
 #include <deque>
@@ -155,7 +156,10 @@ private:
     }
     void grow();
 
-    std::unique_ptr<Slot[]> m_slots;
+    struct Free {
+        void operator()(Slot* p) const { std::free(p); }
+    };
+    std::unique_ptr<Slot[], Free> m_slots;
     std::size_t m_mask = 0;
     std::size_t m_size = 0;
     int m_shift = 64;
