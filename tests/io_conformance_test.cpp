@@ -70,3 +70,29 @@ TEST(IoConformance, ReportsAfterARunawayStringNameItsLine)
         EXPECT_EQ(r.errors, reports(c.expected));
     }
 }
+
+// A node's dump: its own line, its kind (which ends no line), then each child
+// one level in; a missing child is a null address two spaces in from the
+// node.
+TEST(IoConformance, NodeDumpsIndentMissingChildrenLikeTheNodeLine)
+{
+    sto_force_load();
+    std::string const empty = "-TYPE STUBS\n-TYPES\n-OBJECTS\n-OBJECT STUBS\n";
+    std::ostringstream diagnostics;
+    stoReadMemoryMap map(empty.data(), static_cast<int>(empty.size()));
+    stoFileReader reader(&map, &diagnostics, nullptr, nullptr);
+    stoReadTypeSection section(&reader);
+    stoReadNodeArena arena;
+    stoReadNode* array = new (arena) stoReadArrayNode(&section);
+    stoReadNode* basic = new (arena) stoReadBasicNode(&section, nullptr);
+    array->add_child(nullptr);
+    array->add_child(basic);
+
+    std::ostringstream dump, expected;
+    array->dump(dump, 1);
+    expected << "  Node " << static_cast<void const*>(array) << "\n    (array)"
+             << "    " << static_cast<void const*>(nullptr) << "\n"
+             << "    Node " << static_cast<void const*>(basic) << "\n      (basic)";
+    EXPECT_EQ(dump.str(), expected.str());
+    delete array;
+}
