@@ -561,7 +561,6 @@ int stoReadLexer::read_number(long long& integer, double& real)
 utString stoReadLexer::read_string()
 {
     utString result;
-    const char* from = m_cursor;
     int ok = 0;
     if (m_encoder) {
         ok = m_encoder->encode_string(m_cursor, m_end, result);
@@ -569,9 +568,11 @@ utString stoReadLexer::read_string()
         static const stoNullEncoder plain;
         ok = plain.encode_string(m_cursor, m_end, result);
     }
-    // Whatever the encoder did, the cursor stays within the input.
+    // Whatever the encoder did, the cursor stays within the input. The line
+    // number is left alone: a literal written by the writer never holds a
+    // line feed, and one that runs on without its closing quote is reported
+    // on the line where it began, as is whatever goes wrong after it.
     set_cursor(m_cursor);
-    count_lines_from(from);
     if (!ok) {
         error("string format");
         return utString();

@@ -208,7 +208,7 @@ protected:
     // `real`). Integer literals too large for 64 bits are doubles.
     int read_number(long long& integer, double& real);
     // A string literal through the encoder; the null string (after a report)
-    // when the literal is malformed.
+    // when the literal is malformed. Line feeds inside it are not counted.
     utString read_string();
     // The Base64 data of a byte-array literal, after its "!{" line.
     stoByteArray read_byte_array();

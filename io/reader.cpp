@@ -324,7 +324,9 @@ void stoReadNode::dump(std::ostream& os, int indent) const
         if (c) {
             c->dump(os, indent + 1);
         } else {
-            do_indent(os, indent + 1);
+            // A missing child stands where its "Node" line would: two
+            // spaces in from this node's own lines.
+            do_indent(os, indent);
             os << "  " << static_cast<void const*>(nullptr) << "\n";
         }
     }

@@ -18,8 +18,11 @@
 #include <cstdlib>
 #include <iterator>
 #include <limits>
+#include <locale>
 #include <new>
 #include <ostream>
+#include <sstream>
+#include <string>
 #include <type_traits>
 
 namespace {
@@ -53,6 +56,18 @@ void put_double(stoWriteBuffer& out, double v)
 {
     char* p = out.room(40);
     out.commit(std::to_chars(p, p + 40, v, std::chars_format::general, 17).ptr);
+}
+
+// A double as the stream prints it at its present precision (17 while
+// writing), with whatever format the caller gave it.
+void put_double_as_stream(stoWriteBuffer& out, std::ostream const& os, double v)
+{
+    std::ostringstream text;
+    text.copyfmt(os);
+    text.width(0);
+    text << v;
+    std::string const& s = text.str();
+    out.put(s.data(), s.size());
 }
 
 // Values of these kinds have no children: they need no turn in the work list.
@@ -112,6 +127,8 @@ public:
         colon();
         if (v->value() == -std::numeric_limits<double>::max())
             m_out.put('@');
+        else if (m_writer->m_stream_formats_doubles)
+            put_double_as_stream(m_out, *m_writer->m_os, v->value());
         else
             put_double(m_out, v->value());
         return 1;
@@ -297,6 +314,12 @@ int stoFileWriter::write(std::ostream& os, void const* object, stoTypeHandle con
     m_os = &os;
     m_out.set_stream(&os);
     std::streamsize precision = os.precision(17);
+    // Doubles go through the stream's format. Its default one, with the
+    // classic locale, prints them as %.17g does, which put_double does
+    // without the stream's machinery; only another format needs the stream.
+    std::ios_base::fmtflags const shaping =
+        std::ios_base::floatfield | std::ios_base::showpos | std::ios_base::showpoint | std::ios_base::uppercase;
+    m_stream_formats_doubles = (os.flags() & shaping) != 0 || os.getloc() != std::locale::classic();
     sto_finish_values();
     int ok = 1;
     {

@@ -316,6 +316,9 @@ protected:
     // to something else has been seen.
     int m_table_holds_all = 0;
     int m_pointer_to_unshared = 0;
+    // Set while writing to a stream whose format (fixed, scientific, a sign,
+    // a locale) shapes how a double prints.
+    int m_stream_formats_doubles = 0;
 };
 
 // The string literal of a store file: quoted, with '"' and '\' escaped and
