@@ -84,61 +84,44 @@ std::vector<Expected> const& expected_classes()
 
 }  // namespace
 
+// Found by name in the store schema once force-loaded (all but three), before
+// anything asks for the class itself.
 TEST(StoreSchema, EveryStoreClassHasItsDeclaredBasesAndMembersInOrder)
 {
+    sto_force_load();
+    stoSchema* store = sto_schema_sto_schema();
+    std::vector<std::string> not_loaded;
+    for (Expected const& e : expected_classes())
+        if (!store->look_up_object(e.name))
+            not_loaded.push_back(e.name);
+    EXPECT_EQ(not_loaded, (std::vector<std::string>{"stoTypeOwner", "stoUnnamedType", "stoStandardMapper"}));
     for (Expected const& e : expected_classes()) {
         SCOPED_TRACE(e.name);
         stoClass const* c = e.cls();
-        ASSERT_NE(c, nullptr);
+        EXPECT_EQ(store->look_up_object(e.name), static_cast<stoSchemaObject const*>(c));
         EXPECT_EQ(c->name(), e.name);
-        EXPECT_EQ(c->schema(), sto_schema_sto_schema());
+        EXPECT_EQ(c->schema(), store);
         EXPECT_EQ(c->is_abstract(), e.abstract ? 1 : 0);
         EXPECT_EQ(base_names(c), e.bases);
         EXPECT_EQ(members_of(c), e.members);
         EXPECT_EQ(c->mapper(), static_cast<stoMapper const*>(sto_mapper_stoStandardMapper()));
-    }
-}
-
-TEST(StoreSchema, BaseOffsetsMatchTheObjectsLayout)
-{
-    // A class's second base sits where the compiler put it.
-    stoClass const* c = sto_class_stoClass();
-    stoClassBaseIT it(c);
-    ASSERT_TRUE(++it);
-    EXPECT_EQ(it()->offset(), 0);
-    ASSERT_TRUE(++it);
-    stoClass const* probe = sto_class_stoClass();
-    int expected = static_cast<int>(reinterpret_cast<char const*>(static_cast<stoSchemaObject const*>(probe)) -
-                                    reinterpret_cast<char const*>(probe));
-    EXPECT_EQ(it()->offset(), expected);
-    EXPECT_GT(expected, 0);
-}
-
-TEST(StoreSchema, ForceLoadMakesEveryStoreClassFindableByName)
-{
-    sto_force_load();
-    stoSchema* store = sto_schema_sto_schema();
-    for (char const* name : {"stoArraySize", "stoArrayType", "stoBase", "stoBasic", "stoByteArrayType", "stoClass",
-                             "stoDoubleType", "stoFixedArrayType", "stoIntType", "stoMappedType", "stoMapper",
-                             "stoMember", "stoMemberInstance", "stoMethodArraySize", "stoOffsetArraySize",
-                             "stoPrfType", "stoPrgType", "stoPtrType", "stoSchema", "stoSchemaObject",
-                             "stoStringType", "stoStubbable", "stoSystem", "stoType", "stoTypeHandleType",
-                             "stoVariableArrayType", "stoSchemaBinding", "stoSchemaID", "stoSchemaLink",
-                             "stoSchemaMapperBinding", "stoSchemaTypeBinding"}) {
-        SCOPED_TRACE(name);
-        stoSchemaObject const* o = store->look_up_object(name);
-        ASSERT_NE(o, nullptr);
-        EXPECT_EQ(o->name(), name);
     }
     // Basic types are named objects of the store schema too.
     for (char const* name : {"int", "double", "utString", "stoByteArray"})
         EXPECT_NE(store->look_up_object(name), nullptr) << name;
 }
 
-TEST(StoreSchema, FlattenedTableOfStoClassListsInheritedMembersFirst)
+// The flattened table lists inherited members first, and a class's second
+// base sits where the compiler put it.
+TEST(StoreSchema, FlattenedTableAndBaseOffsetsOfStoClassMatchTheLayout)
 {
+    stoClass const* c = sto_class_stoClass();
+    int second = static_cast<int>(reinterpret_cast<char const*>(static_cast<stoSchemaObject const*>(c)) -
+                                  reinterpret_cast<char const*>(c));
+    EXPECT_GT(second, 0);
+    EXPECT_EQ(sto_test::bases_of(c), (std::vector<std::string>{"stoType@0", "stoSchemaObject@" + std::to_string(second)}));
     std::vector<std::string> names;
-    stoInheritedMemberIT it(sto_class_stoClass());
+    stoInheritedMemberIT it(c);
     while (++it)
         names.push_back(it()->declaring_class()->name().str() + "::" + it()->name().str());
     std::vector<std::string> expected = {"stoType::m_handle",          "stoSchemaObject::m_schema",

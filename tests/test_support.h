@@ -4,6 +4,7 @@
 #include <sto.h>
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,36 @@ inline stoSchema* saved_schema(char const* name, int version)
     if (!schema)
         schema = sto_system()->save(new stoSchema(name, version));
     return schema;
+}
+
+// The store exception of kind E that f throws, now the caller's; null when f
+// throws nothing or another kind (which is deleted).
+template <class E, class F>
+std::unique_ptr<E> caught(F&& f)
+{
+    try {
+        f();
+    } catch (stoException* e) {
+        if (E* x = E::ut_dynamic_cast(e))
+            return std::unique_ptr<E>(x);
+        delete e;
+    }
+    return nullptr;
+}
+
+// Members of a class's own, by name, and of object values.
+inline stoMemberHandle slot(stoClass const* c, char const* name) { return c->find_member(c->name(), name); }
+inline stoTypeHandle member_type(stoClass const* c, char const* name) { return c->member(slot(c, name))->type(); }
+inline void set_member(stoObject* o, char const* name, stoValue* v) { o->set_member(slot(o->type(), name), v); }
+inline stoValue const* member_value(stoValue const* object, char const* name)
+{
+    stoObject const* o = sto_as_object(object);
+    stoMemberHandle h = slot(o->type(), name);
+    return h.invalid() ? nullptr : o->member(h);
+}
+inline stoPtrValue const* pointer_value(stoValue const* object, char const* name)
+{
+    return sto_as_ptr(member_value(object, name));
 }
 
 // "int", "utString", "stoClass", "ptr(stoClass)", "prg(stoBase)",
