@@ -79,7 +79,7 @@ struct Recorder : stoProcessType {
 
 }  // namespace
 
-TEST(ArrayTypes, FixedAndVariableArraysSizeCreateAndCompare)
+TEST(ArrayTypes, SizesAndLiveInstances)
 {
     Owned own;
     stoTypeHandle three = fixed(own, sto_type_int(), 3);
@@ -93,28 +93,9 @@ TEST(ArrayTypes, FixedAndVariableArraysSizeCreateAndCompare)
     utString* s = static_cast<utString*>(strings->create());
     EXPECT_TRUE(s[0] == "" && s[1] == "");
     strings->destroy(s);
-
-    EXPECT_FALSE(three == fixed(own, sto_type_int(), 2));
-    EXPECT_EQ(co_hash(three), co_hash(fixed(own, sto_type_int(), 2)));
-    EXPECT_TRUE(three == fixed(own, sto_type_int(), 3));
-    EXPECT_EQ(co_hash(three), co_hash(fixed(own, sto_type_int(), 3)));
-    EXPECT_FALSE(three == fixed(own, sto_type_double(), 3));
-    EXPECT_FALSE(three == sto_type_int());
-    EXPECT_FALSE(sto_type_int() == three);
-
-    // Nesting: equal only with equal element types at every level.
     stoTypeHandle grid = fixed(own, fixed(own, sto_type_int(), 2), 3);
     EXPECT_EQ(grid->size(), 24);
-    EXPECT_TRUE(grid == fixed(own, fixed(own, sto_type_int(), 2), 3));
-    EXPECT_FALSE(grid == fixed(own, fixed(own, sto_type_int(), 3), 2));
     grid->destroy(grid->create());
-
-    // Separately made equal types land on one key.
-    coSet<stoTypeHandle> set;
-    EXPECT_TRUE(set.add(three).is_null());
-    EXPECT_EQ(set.add(fixed(own, sto_type_int(), 3)).type(), three.type());
-    EXPECT_TRUE(set.add(fixed(own, sto_type_int(), 4)).is_null());
-    EXPECT_EQ(set.size(), 2);
 
     stoTypeHandle var = variable(own, sto_type_int());
     EXPECT_EQ(var->size(), static_cast<int>(sizeof(void*)));
@@ -124,48 +105,70 @@ TEST(ArrayTypes, FixedAndVariableArraysSizeCreateAndCompare)
     var->destroy(cell);
     EXPECT_EQ(var->create_array(5), nullptr);
     var->destroy_array(nullptr, 5);
-    EXPECT_TRUE(var == variable(own, sto_type_int()));
-    EXPECT_EQ(co_hash(var), co_hash(variable(own, sto_type_int())));
-    EXPECT_FALSE(var == variable(own, sto_type_double()));
-    EXPECT_FALSE(var == fixed(own, sto_type_int(), 1));
-    EXPECT_FALSE(fixed(own, sto_type_int(), 1) == var);
+    EXPECT_EQ(own(stoPtrType::make(sto_type_arrCounted()))->size(), static_cast<int>(sizeof(void*)));
+    EXPECT_EQ(own(stoPrfType::make(sto_type_arrCounted()))->size(), static_cast<int>(sizeof(coPrf<arrCounted>)));
 
     Recorder r;
-    three->process(&r);
-    var->process(&r);
-    EXPECT_EQ(r.seen, "FV");
+    for (stoTypeHandle t : {three, var, own(stoPtrType::make(sto_type_int())), own(stoPrgType::make(sto_type_int())),
+                            own(stoPrfType::make(sto_type_int())), own(stoTypeHandleType::make())})
+        t->process(&r);
+    EXPECT_EQ(r.seen, "FVpppp");
 }
 
-TEST(ArrayTypes, PointerTypesCompareByKindAndPointee)
+// Types compare by structure: kind, element or pointee type, and count;
+// equal types hash alike, so separately made equal types land on one key.
+TEST(ArrayTypes, TypesCompareByStructureAndHashAlike)
 {
     Owned own;
     stoSchema* other = new stoSchema("array_types_other", 1);
     stoClass* twin = new stoClass(other, "arrCounted", 8, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                                   sto_mapper_stoStandardMapper());
     stoTypeHandle counted = sto_type_arrCounted();
-    stoTypeHandle ptr = own(stoPtrType::make(counted));
-    stoTypeHandle prg = own(stoPrgType::make(counted));
-    stoTypeHandle prf = own(stoPrfType::make(counted));
-    stoTypeHandle handle = own(stoTypeHandleType::make());
+    auto int3 = [&] { return fixed(own, sto_type_int(), 3); };
+    auto grid = [&](int inner, int outer) { return fixed(own, fixed(own, sto_type_int(), inner), outer); };
+    auto var = [&](stoTypeHandle const& e) { return variable(own, e); };
+    auto ptr = [&](stoTypeHandle const& t) { return own(stoPtrType::make(t)); };
+    auto prg = [&](stoTypeHandle const& t) { return own(stoPrgType::make(t)); };
+    auto prf = [&](stoTypeHandle const& t) { return own(stoPrfType::make(t)); };
+    struct Case {
+        stoTypeHandle a, b;
+        bool equal;
+    };
+    std::vector<Case> cases = {
+        {int3(), int3(), true},
+        {int3(), fixed(own, sto_type_int(), 2), false},  // hashes alike all the same
+        {int3(), fixed(own, sto_type_double(), 3), false},
+        {int3(), sto_type_int(), false},
+        {grid(2, 3), grid(2, 3), true},
+        {grid(2, 3), grid(3, 2), false},
+        {var(sto_type_int()), var(sto_type_int()), true},
+        {var(sto_type_int()), var(sto_type_double()), false},
+        {var(sto_type_int()), fixed(own, sto_type_int(), 1), false},
+        {ptr(counted), ptr(counted), true},
+        {prf(counted), prf(counted), true},
+        {own(stoTypeHandleType::make()), own(stoTypeHandleType::make()), true},
+        {ptr(counted), prg(counted), false},
+        {prg(counted), prf(counted), false},
+        {ptr(counted), ptr(sto_type_arrTagged()), false},
+        {ptr(counted), ptr(twin->handle()), false},  // a namesake of another schema
+        {own(stoTypeHandleType::make()), ptr(sto_type_stoType()), false},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(sto_test::describe(c.a) + " against " + sto_test::describe(c.b));
+        EXPECT_EQ(c.a == c.b, c.equal);
+        EXPECT_EQ(c.b == c.a, c.equal);
+        if (c.equal) {
+            EXPECT_EQ(co_hash(c.a), co_hash(c.b));
+        }
+    }
+    EXPECT_EQ(co_hash(int3()), co_hash(fixed(own, sto_type_int(), 2)));
 
-    EXPECT_TRUE(ptr == own(stoPtrType::make(counted)));
-    EXPECT_EQ(co_hash(ptr), co_hash(own(stoPtrType::make(counted))));
-    EXPECT_TRUE(prf == own(stoPrfType::make(counted)));
-    EXPECT_EQ(co_hash(prf), co_hash(own(stoPrfType::make(counted))));
-    EXPECT_TRUE(handle == own(stoTypeHandleType::make()));
-    EXPECT_FALSE(ptr == prg);
-    EXPECT_FALSE(prg == ptr);
-    EXPECT_FALSE(prg == prf);
-    EXPECT_FALSE(ptr == own(stoPtrType::make(sto_type_arrTagged())));
-    EXPECT_FALSE(ptr == own(stoPtrType::make(twin->handle())));  // a namesake of another schema
-    EXPECT_FALSE(handle == own(stoPtrType::make(sto_type_stoType())));
-    EXPECT_EQ(ptr->size(), static_cast<int>(sizeof(void*)));
-    EXPECT_EQ(prf->size(), static_cast<int>(sizeof(coPrf<arrCounted>)));
-
-    Recorder r;
-    for (stoTypeHandle t : {ptr, prg, prf, handle})
-        t->process(&r);
-    EXPECT_EQ(r.seen, "pppp");
+    coSet<stoTypeHandle> set;
+    stoTypeHandle three = int3();
+    EXPECT_TRUE(set.add(three).is_null());
+    EXPECT_EQ(set.add(int3()).type(), three.type());
+    EXPECT_TRUE(set.add(fixed(own, sto_type_int(), 4)).is_null());
+    EXPECT_EQ(set.size(), 2);
     own.owners.clear();
     delete other;
 }
@@ -178,26 +181,13 @@ TEST(ArrayTypes, DestroyingPointerFieldsDestroysPointeesAsTheirOwnersSay)
     stoPtrType const* prg = static_cast<stoPtrType const*>(own(stoPrgType::make(counted)).type());
     stoPtrType const* ptr = static_cast<stoPtrType const*>(own(stoPtrType::make(counted)).type());
 
-    // Two counted fields share one object; the second destruction ends it.
-    g_deaths = 0;
-    void* f1 = prf->create();
-    void* f2 = prf->create();
-    arrCounted* object = new arrCounted;
-    prf->point_at_object(f1, object);
-    prf->copy(f1, f2);
-    EXPECT_EQ(prf->raw_pointee(f2), object);
-    EXPECT_EQ(static_cast<stoPrf*>(f1)->count()->count(), 2);
-    prf->destroy(f1);
-    EXPECT_EQ(g_deaths, 0);
-    EXPECT_TRUE(static_cast<stoPrf*>(f2)->unique());
-    prf->destroy(f2);
-    EXPECT_EQ(g_deaths, 1);
-
-    // Counted fields of one array sharing an object.
+    // Counted fields of one array share an object; the second destruction ends it.
     g_deaths = 0;
     stoPrf* pair = static_cast<stoPrf*>(prf->create_array(2));
-    prf->point_at_object(&pair[0], new arrCounted);
+    arrCounted* object = new arrCounted;
+    prf->point_at_object(&pair[0], object);
     prf->copy(&pair[0], &pair[1]);
+    EXPECT_EQ(prf->raw_pointee(&pair[1]), object);
     EXPECT_EQ(pair[1].count()->count(), 2);
     prf->destroy_array(pair, 2);
     EXPECT_EQ(g_deaths, 1);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -84,17 +85,15 @@ std::vector<Expected> const& expected_classes()
 
 }  // namespace
 
-// Found by name in the store schema once force-loaded (all but three), before
-// anything asks for the class itself.
+// Found by name in the store schema once force-loaded (all but three that
+// load on use), before anything asks for the class itself.
 TEST(StoreSchema, EveryStoreClassHasItsDeclaredBasesAndMembersInOrder)
 {
     sto_force_load();
     stoSchema* store = sto_schema_sto_schema();
-    std::vector<std::string> not_loaded;
+    std::set<std::string> const loaded_on_use = {"stoTypeOwner", "stoUnnamedType", "stoStandardMapper"};
     for (Expected const& e : expected_classes())
-        if (!store->look_up_object(e.name))
-            not_loaded.push_back(e.name);
-    EXPECT_EQ(not_loaded, (std::vector<std::string>{"stoTypeOwner", "stoUnnamedType", "stoStandardMapper"}));
+        EXPECT_TRUE(loaded_on_use.count(e.name) || store->look_up_object(e.name)) << e.name;
     for (Expected const& e : expected_classes()) {
         SCOPED_TRACE(e.name);
         stoClass const* c = e.cls();

@@ -7,13 +7,7 @@
 
 namespace {
 
-stoSchema* sto_schema_tsy()
-{
-    static stoSchema* s_schema = nullptr;
-    if (!s_schema)
-        s_schema = sto_system()->save(new stoSchema("type_synthesis_test", 2));
-    return s_schema;
-}
+stoSchema* sto_schema_tsy() { return sto_test::saved_schema("type_synthesis_test", 2); }
 
 }  // namespace
 
@@ -118,50 +112,30 @@ TEST(TypeSynthesis, MissingSchemasAndClassesAreReported)
     sto_class_tsyHolder();
     stoTypeOwner handle_type(stoTypeHandleType::make());
     stoTypeHandle out;
-    {
-        StubChain chain("type_synthesis_test", 5, "tsyHolder");
-        stoTypeSynthesiser s;
-        try {
-            s.look_up_stub(stoRWRawPtr(handle_type, &out, handle_type->size()), chain.cls);
-            ADD_FAILURE() << "expected a missing schema";
-        } catch (stoException* e) {
-            stoExceptioncoPrf owner(e);
-            stoMissingSchemaException* missing = stoMissingSchemaException::ut_dynamic_cast(e);
-            ASSERT_NE(missing, nullptr);
-            EXPECT_EQ(missing->schema_name(), "type_synthesis_test");
-            EXPECT_EQ(missing->version(), 5);
-        }
-    }
-    {
-        StubChain chain("type_synthesis_test", 2, "tsyAbsent");
-        stoTypeSynthesiser s;
-        try {
-            s.look_up_stub(stoRWRawPtr(handle_type, &out, handle_type->size()), chain.cls);
-            ADD_FAILURE() << "expected a missing class";
-        } catch (stoException* e) {
-            stoExceptioncoPrf owner(e);
-            stoMissingClassException* missing = stoMissingClassException::ut_dynamic_cast(e);
-            ASSERT_NE(missing, nullptr);
-            EXPECT_EQ(missing->class_id(), "tsyAbsent");
-            EXPECT_EQ(missing->schema_name(), "type_synthesis_test");
-            EXPECT_EQ(missing->schema_version(), 2);
-        }
-    }
-    {
-        StubChain chain("type_synthesis_test", 2, "tsyHolder");
-        stoTypeSynthesiser s;
-        s.look_up_stub(stoRWRawPtr(handle_type, &out, handle_type->size()), chain.cls);
-        EXPECT_EQ(out.type(), sto_type_tsyHolder().type());
-        // A stub of a kind that names nothing leaves the slot untouched.
-        stoStub odd(sto_type_stoBase(), nullptr, new stoIntValue(3));
-        stoTypeHandle before = out;
-        s.look_up_stub(stoRWRawPtr(handle_type, &out, handle_type->size()), &odd);
-        EXPECT_EQ(out.type(), before.type());
-    }
-}
+    auto look_up = [&](char const* schema, int version, char const* cls) {
+        StubChain chain(schema, version, cls);
+        stoTypeSynthesiser().look_up_stub(stoRWRawPtr(handle_type, &out, handle_type->size()), chain.cls);
+    };
+    using sto_test::caught;
+    auto no_schema = caught<stoMissingSchemaException>([&] { look_up("type_synthesis_test", 5, "tsyHolder"); });
+    ASSERT_NE(no_schema, nullptr);
+    EXPECT_EQ(no_schema->schema_name(), "type_synthesis_test");
+    EXPECT_EQ(no_schema->version(), 5);
+    auto no_class = caught<stoMissingClassException>([&] { look_up("type_synthesis_test", 2, "tsyAbsent"); });
+    ASSERT_NE(no_class, nullptr);
+    EXPECT_EQ(no_class->class_id(), "tsyAbsent");
+    EXPECT_EQ(no_class->schema_name(), "type_synthesis_test");
+    EXPECT_EQ(no_class->schema_version(), 2);
+    EXPECT_TRUE(out.is_null());
 
-TEST(TypeSynthesis, FindClassMemberSeesOnlyTheClassesOwnMembers)
-{
+    look_up("type_synthesis_test", 2, "tsyHolder");
+    EXPECT_EQ(out.type(), sto_type_tsyHolder().type());
+    // A stub of a kind that names nothing leaves the slot untouched.
+    stoStub odd(sto_type_stoBase(), nullptr, new stoIntValue(3));
+    stoTypeSynthesiser().look_up_stub(stoRWRawPtr(handle_type, &out, handle_type->size()), &odd);
+    EXPECT_EQ(out.type(), sto_type_tsyHolder().type());
+
+    // Only the class's own members are found by name.
     EXPECT_NE(find_class_member(sto_class_tsyHolder(), "m_kind"), nullptr);
     EXPECT_EQ(find_class_member(sto_class_tsyHolder(), "m_inherited"), nullptr);
     EXPECT_NE(find_class_member(sto_class_tsyBase(), "m_inherited"), nullptr);
