@@ -226,23 +226,17 @@ TEST(EncodersLiteral, WriterEscapedBytesRoundTrip)
     }
 }
 
+// Nothing to read: the cursor at or past the end, or either pointer null.
 TEST(EncodersLiteral, NothingToReadAnswersZeroWithoutMoving)
 {
-    stoNullEncoder encoder;
     utString out("kept");
     const char text[] = "\"abc\"";
-    const char* cursor = text;
-    EXPECT_EQ(encoder.encode_string(cursor, text, out), 0);  // cursor == end
-    EXPECT_EQ(cursor, text);
-    const char* after = text + 3;
-    cursor = after;
-    EXPECT_EQ(encoder.encode_string(cursor, text, out), 0);  // cursor past end
-    EXPECT_EQ(cursor, after);
-    const char* null_cursor = nullptr;
-    EXPECT_EQ(encoder.encode_string(null_cursor, text + 5, out), 0);
-    cursor = text;
-    EXPECT_EQ(encoder.encode_string(cursor, nullptr, out), 0);
-    EXPECT_EQ(cursor, text);
+    for (auto [cursor, end] : {std::pair<const char*, const char*>{text, text}, {text + 3, text},
+                               {nullptr, text + 5}, {text, nullptr}}) {
+        const char* before = cursor;
+        EXPECT_EQ(stoNullEncoder().encode_string(cursor, end, out), 0);
+        EXPECT_EQ(cursor, before);
+    }
 }
 
 TEST(EncodersLiteral, RandomInputNeverReadsPastTheEnd)
