@@ -126,7 +126,7 @@ int offset_of_base()
 
 }  // namespace
 
-TEST(Describe, RegistrationIsLazyAndBuildsOnce)
+TEST(Describe, RegistrationIsLazyBuildsOnceAndDeducesMemberKinds)
 {
     stoClass const* first = sto_class_dscNode();
     EXPECT_EQ(first, dscNode::sto_class());
@@ -138,11 +138,10 @@ TEST(Describe, RegistrationIsLazyAndBuildsOnce)
     EXPECT_EQ(first->number_of_inherited_members(), 3);
     EXPECT_EQ(g_builds_of_node, 1);
     // A class whose members point at itself describes without recursion.
-    EXPECT_EQ(members_of(first), (std::vector<std::string>{"m_id:int", "m_next:ptr(dscNode)", "m_child:prg(dscNode)"}));
-}
+    EXPECT_EQ(members_of(first),
+              (std::vector<std::string>{"m_id:int", "m_next:ptr(dscNode)", "m_child:prg(dscNode)"}));
 
-TEST(Describe, MemberKindsAreDeducedFromTheDeclarations)
-{
+    // Member kinds are deduced from the declarations.
     stoClass const* c = sto_class_dscItem();
     EXPECT_EQ(members_of(c),
               (std::vector<std::string>{"m_big:int", "m_flag:int", "m_colour:int", "m_bytes:stoByteArray",

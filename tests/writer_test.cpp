@@ -12,13 +12,7 @@
 
 namespace {
 
-stoSchema* sto_schema_wrt()
-{
-    static stoSchema* s_schema = nullptr;
-    if (!s_schema)
-        s_schema = sto_system()->save(new stoSchema("writer_test", 3));
-    return s_schema;
-}
+stoSchema* sto_schema_wrt() { return sto_test::saved_schema("writer_test", 3); }
 
 }  // namespace
 
