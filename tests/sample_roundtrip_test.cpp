@@ -36,14 +36,6 @@ annDocument* round_trip(annDocument const& original, long* values = nullptr)
     return copy;
 }
 
-std::string write_document(annDocument const& document)
-{
-    std::ostringstream os;
-    stoFileWriter writer;
-    EXPECT_EQ(writer.write(os, &document, sto_type_annDocument()), 1);
-    return os.str();
-}
-
 }  // namespace
 
 // Opaque objects are filled once each, at clean-up. The copy is a document
@@ -108,7 +100,7 @@ TEST(FileRoundTrip, GeneratedDocumentsReadBackEqualAndWriteAgainIdentically)
     for (int items : {0, 30, 400}) {
         SCOPED_TRACE(items);
         annDocument* original = sample_make_document(items, 77u + static_cast<unsigned>(items));
-        std::string text = write_document(*original);
+        std::string text = sto_test::written(original, sto_type_annDocument());
         std::ostringstream diagnostics;
         annDocument* copy = new annDocument;
         {
@@ -122,7 +114,7 @@ TEST(FileRoundTrip, GeneratedDocumentsReadBackEqualAndWriteAgainIdentically)
         }
         std::string why;
         EXPECT_TRUE(sample_equal(*original, *copy, &why)) << why;
-        EXPECT_EQ(write_document(*copy), text);
+        EXPECT_EQ(sto_test::written(copy, sto_type_annDocument()), text);
         delete copy;
         delete original;
     }

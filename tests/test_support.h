@@ -3,8 +3,11 @@
 
 #include <sto.h>
 
+#include <gtest/gtest.h>
+
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -34,6 +37,19 @@ std::unique_ptr<E> caught(F&& f)
         delete e;
     }
     return nullptr;
+}
+
+// The store file a writer makes of an object; a failed write is a test
+// failure unless `ok` is given to receive the writer's answer.
+inline std::string written(void const* object, stoTypeHandle const& type, int* ok = nullptr)
+{
+    std::ostringstream os;
+    int result = stoFileWriter().write(os, object, type);
+    if (ok)
+        *ok = result;
+    else
+        EXPECT_EQ(result, 1);
+    return os.str();
 }
 
 // Members of a class's own, by name, and of object values.

@@ -96,16 +96,6 @@ STO_CLASS(wrtOwnedInt, sto_schema_wrt())
 
 namespace {
 
-std::string write_object(void const* object, stoTypeHandle const& type, int* ok = nullptr)
-{
-    std::ostringstream os;
-    stoFileWriter writer;
-    int result = writer.write(os, object, type);
-    if (ok)
-        *ok = result;
-    return os.str();
-}
-
 std::string line_starting(std::string const& text, std::string const& prefix)
 {
     std::istringstream in(text);
@@ -118,7 +108,7 @@ std::string line_starting(std::string const& text, std::string const& prefix)
 
 std::string leaf_body(wrtLeaf const& leaf)
 {
-    std::string text = write_object(&leaf, sto_type_wrtLeaf());
+    std::string text = sto_test::written(&leaf, sto_type_wrtLeaf());
     return line_starting(text, "root=");
 }
 
@@ -129,7 +119,7 @@ TEST(Writer, RecordsAreNumberedBreadthFirstAndInlineValuesUseUpNumbers)
     wrtHolder holder;
     holder.m_first = new wrtLeaf;
     holder.m_first->m_s = "first";
-    std::string text = write_object(&holder, sto_type_wrtHolder());
+    std::string text = sto_test::written(&holder, sto_type_wrtHolder());
     // The root keeps number 1 unprinted. Its children are numbered in member
     // order (the inline pointer #2, the embedded leaf #3, the inline array
     // #4), their own children after them: the owned leaf is #5.
@@ -170,19 +160,19 @@ TEST(Writer, LiteralsAreExact)
 TEST(Writer, ByteArraysAreBase64InLinesOfSixty)
 {
     wrtLeaf leaf;
-    std::string text = write_object(&leaf, sto_type_wrtLeaf());
+    std::string text = sto_test::written(&leaf, sto_type_wrtLeaf());
     EXPECT_NE(text.find("!{\n\n}!"), std::string::npos);  // empty
 
     unsigned char zero = 0;
     leaf.m_bytes = stoByteArray(&zero, 1);
-    text = write_object(&leaf, sto_type_wrtLeaf());
+    text = sto_test::written(&leaf, sto_type_wrtLeaf());
     EXPECT_NE(text.find("!{\nAA==\n\n}!"), std::string::npos);
 
     unsigned char bytes[46];
     for (int i = 0; i < 46; ++i)
         bytes[i] = static_cast<unsigned char>(i * 37 + 11);
     leaf.m_bytes = stoByteArray(bytes, 45);
-    text = write_object(&leaf, sto_type_wrtLeaf());
+    text = sto_test::written(&leaf, sto_type_wrtLeaf());
     std::size_t open = text.find("!{\n");
     ASSERT_NE(open, std::string::npos);
     std::size_t close = text.find("}!", open);
@@ -206,7 +196,7 @@ TEST(Writer, ByteArraysAreBase64InLinesOfSixty)
     };
     EXPECT_EQ(data.substr(0, 60), encode(bytes, 45));
     leaf.m_bytes = stoByteArray(bytes, 46);
-    text = write_object(&leaf, sto_type_wrtLeaf());
+    text = sto_test::written(&leaf, sto_type_wrtLeaf());
     open = text.find("!{\n");
     close = text.find("}!", open);
     std::string full = encode(bytes, 46);
@@ -217,7 +207,7 @@ TEST(Writer, StubsAreNamedAndCollisionsGetTheirFileId)
 {
     wrtLeaf leaf;
     leaf.m_kind = sto_type_wrtHolder();
-    std::string text = write_object(&leaf, sto_type_wrtLeaf());
+    std::string text = sto_test::written(&leaf, sto_type_wrtLeaf());
     // The class reached through the type handle is an object stub; its schema
     // stub's name is taken already in TYPE STUBS, so it carries its file id.
     std::string stub = line_starting(text, "wrtHolder=");
@@ -236,7 +226,7 @@ TEST(Writer, NonFiniteNumbersFailBeforeAnythingIsPrinted)
                        std::numeric_limits<double>::quiet_NaN()}) {
         leaf.m_d = bad;
         int ok = 1;
-        std::string text = write_object(&leaf, sto_type_wrtLeaf(), &ok);
+        std::string text = sto_test::written(&leaf, sto_type_wrtLeaf(), &ok);
         EXPECT_EQ(ok, 0);
         EXPECT_EQ(text, "");
     }
@@ -249,7 +239,7 @@ TEST(Writer, SharedPlainTargetsAndNullMembers)
     holder.m_first = new wrtLeaf;
     holder.m_first->m_other = &holder.m_embedded;
     holder.m_embedded.m_other = holder.m_first;
-    std::string text = write_object(&holder, sto_type_wrtHolder());
+    std::string text = sto_test::written(&holder, sto_type_wrtHolder());
     // Plain pointers refer to records by key, in either direction.
     EXPECT_NE(text.find("\n#3=wrtLeaf{5,0,@,!{\n\n}!,&#5,&@}\n#5=wrtLeaf{5,0,@,!{\n\n}!,&#3,&@}\n"),
               std::string::npos)
@@ -260,7 +250,7 @@ TEST(Writer, CountingEveryValueKeepsTheText)
 {
     wrtOwnedInt owner;
     owner.m_leaf.m_other = &owner.m_leaf;
-    std::string text = write_object(&owner, sto_type_wrtOwnedInt());
+    std::string text = sto_test::written(&owner, sto_type_wrtOwnedInt());
     // Numbers as ever: the root 1, its members 2 to 7 in order (the leaf is
     // #6), the pointee in place, the leaf met three times.
     EXPECT_EQ(line_starting(text, "root="), "root=wrtOwnedInt{&7,7,&@,(8,9),#6,&#6}") << text;
