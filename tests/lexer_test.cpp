@@ -5,6 +5,8 @@
 // tables of stoReadNumber, strings through an encoder, Base64 byte
 // arrays against an encoder written here, hostile input that must never be
 // read past its end, and the accuracy of decimal conversion against strtod.
+#include "test_support.h"
+
 #include "io/lexer.h"
 
 #include "support/encoders.h"
@@ -150,30 +152,6 @@ double read_as_double(std::string_view text, int* errors = nullptr)
     if (errors)
         *errors = r.errors;
     return r.is_integer ? static_cast<double>(r.integer) : r.real;
-}
-
-// Base64 as the writer lays it out: lines of 60 characters, each followed
-// by `line_end`, then an empty line.
-std::string base64_block(const std::vector<unsigned char>& bytes, const std::string& line_end = "\n")
-{
-    static const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string data;
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        std::size_t n = bytes.size() - i < 3 ? bytes.size() - i : 3;
-        unsigned int group = static_cast<unsigned int>(bytes[i]) << 16;
-        if (n > 1)
-            group |= static_cast<unsigned int>(bytes[i + 1]) << 8;
-        if (n > 2)
-            group |= bytes[i + 2];
-        data += alphabet[(group >> 18) & 63];
-        data += alphabet[(group >> 12) & 63];
-        data += n > 1 ? alphabet[(group >> 6) & 63] : '=';
-        data += n > 2 ? alphabet[group & 63] : '=';
-    }
-    std::string block;
-    for (std::size_t i = 0; i < data.size(); i += 60)
-        block += data.substr(i, 60) + line_end;
-    return block + line_end;
 }
 
 std::vector<unsigned char> bytes_of(const stoByteArray& array)
@@ -678,7 +656,7 @@ TEST(LexerByteArray, RoundTripsOfManyLengthsAndBothLineEnds)
         for (auto& b : bytes)
             b = static_cast<unsigned char>(random());
         for (const char* line_end : {"\n", "\r\n"}) {
-            std::string block = base64_block(bytes, line_end);
+            std::string block = sto_test::base64_block(bytes, line_end);
             std::size_t consumed = 0;
             EXPECT_EQ(bytes_of(decode(block + "}!\n", &consumed)), bytes) << n << " bytes";
             EXPECT_EQ(consumed, block.size()) << n << " bytes";
@@ -689,7 +667,7 @@ TEST(LexerByteArray, RoundTripsOfManyLengthsAndBothLineEnds)
 TEST(LexerByteArray, ReadByteArrayCountsTheLines)
 {
     std::vector<unsigned char> bytes(200, 0x3C);
-    TestLexer lexer(base64_block(bytes) + "}!\n");  // 5 lines of data and the empty line
+    TestLexer lexer(sto_test::base64_block(bytes) + "}!\n");  // 5 lines of data and the empty line
     EXPECT_EQ(bytes_of(lexer.read_byte_array()), bytes);
     EXPECT_EQ(lexer.line_number(), 7);
     lexer.absorb('}');

@@ -52,6 +52,30 @@ inline std::string written(void const* object, stoTypeHandle const& type, int* o
     return os.str();
 }
 
+// Base64 as the writer lays it out: lines of 60 characters, each followed
+// by `line_end`, then an empty line.
+inline std::string base64_block(const std::vector<unsigned char>& bytes, const std::string& line_end = "\n")
+{
+    static const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string data;
+    for (std::size_t i = 0; i < bytes.size(); i += 3) {
+        std::size_t n = bytes.size() - i < 3 ? bytes.size() - i : 3;
+        unsigned int group = static_cast<unsigned int>(bytes[i]) << 16;
+        if (n > 1)
+            group |= static_cast<unsigned int>(bytes[i + 1]) << 8;
+        if (n > 2)
+            group |= bytes[i + 2];
+        data += alphabet[(group >> 18) & 63];
+        data += alphabet[(group >> 12) & 63];
+        data += n > 1 ? alphabet[(group >> 6) & 63] : '=';
+        data += n > 2 ? alphabet[group & 63] : '=';
+    }
+    std::string block;
+    for (std::size_t i = 0; i < data.size(); i += 60)
+        block += data.substr(i, 60) + line_end;
+    return block + line_end;
+}
+
 // Members of a class's own, by name, and of object values.
 inline stoMemberHandle slot(stoClass const* c, char const* name) { return c->find_member(c->name(), name); }
 inline stoTypeHandle member_type(stoClass const* c, char const* name) { return c->member(slot(c, name))->type(); }
