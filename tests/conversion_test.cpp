@@ -334,6 +334,29 @@ TEST(ValueModel, ParticipantsVisitSharedValuesOnceAndEndCycles)
     EXPECT_TRUE(all.contains(target));
     EXPECT_TRUE(all.contains(back));
 
+    // Every kind of owner joins the graph; a stub's parent is not its child to
+    // delete, and two counted pointers free their target once.
+    root->set_member(root_slot("m_owned_b"), owning(new stoObject(sto_class_cnvEmpty())));
+    stoPrfValue* shared = counted();
+    shared->set_pointee(new stoStringValue("shared"));
+    root->set_member(root_slot("m_shared_a"), shared);
+    stoArrayValue* array = new stoArrayValue(root_type("m_fixed"), 3);
+    stoStub* parent_stub = new stoStub(sto_type_cnvEmpty(), nullptr, new stoStringValue("parent"));
+    array->set_element(0, parent_stub);
+    array->set_element(1, new stoStub(sto_type_cnvEmpty(), parent_stub, new stoIntValue(2)));
+    stoPrfValue* again = counted();
+    again->become_clone(shared);
+    stoMappedValue* mapped = new stoMappedValue(sto_type_int(), sto_mapper_stoStandardMapper(), 2);
+    mapped->set_element(0, again);
+    mapped->set_element(1, new stoByteArrayValue(stoByteArray(3)));
+    array->set_element(2, mapped);
+    root->set_member(root_slot("m_fixed"), array);
+    stoValuePtrcoSet more;
+    root->participants(more);
+    // and owning + object, counted + string, array, two stubs + two ids,
+    // mapped, second counted, byte array
+    EXPECT_EQ(more.size(), 5u + 12u);
+
     // The walk goes down only, and stops at a value already collected.
     stoValuePtrcoSet below;
     seen->participants(below);
@@ -343,7 +366,7 @@ TEST(ValueModel, ParticipantsVisitSharedValuesOnceAndEndCycles)
     seeded.add(root);
     root->participants(seeded);
     EXPECT_EQ(seeded.size(), 1);
-    delete root;  // the owning pointer deletes the target; the plain ones nothing
+    delete root;  // owning pointers delete their targets; the plain ones nothing
 }
 
 TEST(ValueModel, IntegersKeepSixtyFourBitsAndNarrowOnlyWhenTheyFit)
@@ -547,34 +570,6 @@ TEST(ValueModel, MemberValueLooksOnlyAtTheObjectsOwnMembers)
     EXPECT_EQ(missing, 0);
 }
 
-// Every kind of owner in one graph; a stub's parent is not its child to
-// delete, and two counted pointers free their target once.
-TEST(ValueModel, DeletingTheRootDeletesTheWholeGraph)
-{
-    stoObject* root = new stoObject(sto_class_cnvRoot());
-    root->set_member(root_slot("m_owned_a"), owning(new stoObject(sto_class_cnvEmpty())));
-    stoPrfValue* shared = counted();
-    shared->set_pointee(new stoStringValue("shared"));
-    root->set_member(root_slot("m_shared_a"), shared);
-    stoArrayValue* array = new stoArrayValue(root_type("m_fixed"), 3);
-    stoStub* parent_stub = new stoStub(sto_type_cnvEmpty(), nullptr, new stoStringValue("parent"));
-    array->set_element(0, parent_stub);
-    array->set_element(1, new stoStub(sto_type_cnvEmpty(), parent_stub, new stoIntValue(2)));
-    stoPrfValue* again = counted();
-    again->become_clone(shared);
-    stoMappedValue* mapped = new stoMappedValue(sto_type_int(), sto_mapper_stoStandardMapper(), 2);
-    mapped->set_element(0, again);
-    mapped->set_element(1, new stoByteArrayValue(stoByteArray(3)));
-    array->set_element(2, mapped);
-    root->set_member(root_slot("m_fixed"), array);
-
-    stoValuePtrcoSet all;
-    root->participants(all);
-    // root, owning + object, counted + string, array, two stubs + two ids,
-    // mapped, second counted, byte array
-    EXPECT_EQ(all.size(), 13);
-    delete root;
-}
 
 // ===========================================================================
 // Analysis

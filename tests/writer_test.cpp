@@ -138,19 +138,12 @@ TEST(Writer, LiteralsAreExact)
     leaf.m_d = 0.1;
     leaf.m_s = utString(utStringArray, "q\"b\\n\n\xC3\x01", 8);
     EXPECT_EQ(leaf_body(leaf), "root=wrtLeaf{5,0.10000000000000001,\"q\\\"b\\\\n\\x0A\\xC3\\x01\",!{");
-
     leaf.m_s = utString("");
-    leaf.m_d = 3;
-    EXPECT_EQ(leaf_body(leaf), "root=wrtLeaf{5,3,\"\",!{");
-    leaf.m_d = -std::numeric_limits<double>::max();
+    leaf.m_d = -std::numeric_limits<double>::max();  // the null marker
     EXPECT_EQ(leaf_body(leaf), "root=wrtLeaf{5,@,\"\",!{");
-    leaf.m_d = 1e300;
-    EXPECT_EQ(leaf_body(leaf), "root=wrtLeaf{5,1.0000000000000001e+300,\"\",!{");
-    leaf.m_d = -2.5;
-    EXPECT_EQ(leaf_body(leaf), "root=wrtLeaf{5,-2.5,\"\",!{");
 
     // Doubles print as %.17g prints them.
-    for (double d : {5e-324, 2.2250738585072014e-308, 123456789.125, -0.0, 1.0 / 3}) {
+    for (double d : {3.0, 1e300, -2.5, 5e-324, 2.2250738585072014e-308, 123456789.125, -0.0, 1.0 / 3}) {
         leaf.m_d = d;
         char expected[64];
         std::snprintf(expected, sizeof expected, "%.17g", d);
