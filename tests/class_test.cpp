@@ -195,7 +195,8 @@ TEST(Class, SizedAndMethodArraysDeclareTheirCountsAndTypes)
         b.build_sized_array(sto_type_double(), "m_array", 8, 8, "m_size", 4, 4);
         b.build_method_array(sto_type_int(), "m_items", 16, 8, [](void const*) { return 5; }, "item_count");
     });
-    EXPECT_EQ(members_of(c), (std::vector<std::string>{"m_size:int", "m_array:var(double)", "m_items:var(int)"}));
+    EXPECT_EQ(members_of(c),
+              (std::vector<std::string>{"m_size:int", "m_array:var(double)", "m_items:var(int)"}));
 
     stoClassMemberIT it(c);
     ASSERT_TRUE(++it);
@@ -230,7 +231,8 @@ TEST(Class, SizedAndMethodArraysDeclareTheirCountsAndTypes)
 
     // Variable array types of one element type are equal whatever their member.
     EXPECT_TRUE(array_member->type() != items_member->type());
-    stoTypeHandle other = stoVariableArrayType::make(sto_type_double(), items_member, new stoMethodArraySize());
+    stoTypeHandle other =
+        stoVariableArrayType::make(sto_type_double(), items_member, new stoMethodArraySize());
     stoTypeOwner owner(other);
     EXPECT_TRUE(array_member->type() == other);
     EXPECT_EQ(co_hash(array_member->type()), co_hash(other));
@@ -251,10 +253,12 @@ stoObjectPtr true_B1(void const* p) { return stoObjectPtr(g_dB1, p); }
 TEST(Class, DiamondCastsAreAmbiguousButSinglePathsResolve)
 {
     TestSchema t("diamond");
-    g_dA = make_class(t.schema, "A", 8, [](stoBuilder& b, void const*) { b.build_member(sto_type_int(), "a", 0, 4); });
+    g_dA = make_class(t.schema, "A", 8,
+                      [](stoBuilder& b, void const*) { b.build_member(sto_type_int(), "a", 0, 4); });
     g_dB1 = make_class(
         t.schema, "B1", 8, [](stoBuilder& b, void const*) { b.build_base(g_dA->handle(), 0); }, true_B1);
-    g_dB2 = make_class(t.schema, "B2", 8, [](stoBuilder& b, void const*) { b.build_base(g_dA->handle(), 0); });
+    g_dB2 =
+        make_class(t.schema, "B2", 8, [](stoBuilder& b, void const*) { b.build_base(g_dA->handle(), 0); });
     g_dD = make_class(
         t.schema, "D", 16,
         [](stoBuilder& b, void const*) {
@@ -326,8 +330,9 @@ TEST(Class, SchemaDeletionDestroysPrototypesAndTypesOnce)
                                    [](stoBuilder& b, void const* prototype) {
                                        EXPECT_EQ(static_cast<Counted const*>(prototype)->value, 7);
                                        b.build_member(sto_type_int(), "value", 0, 4);
-                                       b.build_member(b.build_unnamed_type(stoFixedArrayType::make(sto_type_int(), 3)),
-                                                      "triple", 4, 12);
+                                       b.build_member(
+                                           b.build_unnamed_type(stoFixedArrayType::make(sto_type_int(), 3)),
+                                           "triple", 4, 12);
                                    },
                                    make_counted, delete_counted, nullptr, nullptr, nullptr,
                                    sto_mapper_stoStandardMapper());
@@ -438,7 +443,8 @@ TEST(Registry, BindingsKeepConstructionOrderAndOwnTheirTypes)
     std::vector<stoSchemaObject const*> forwards, backwards;
     for (stoSchemaTypeBinding const* b = s->first_binding(); b; b = b->next()) {
         EXPECT_EQ(b->schema(), s);
-        EXPECT_EQ(static_cast<stoSchemaObject const*>(static_cast<stoClass const*>(b->type().type())), b->object());
+        EXPECT_EQ(static_cast<stoSchemaObject const*>(static_cast<stoClass const*>(b->type().type())),
+                  b->object());
         forwards.push_back(b->object());
     }
     for (stoSchemaBinding const* b = s->last_binding(); b; b = b->prev_binding())

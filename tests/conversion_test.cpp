@@ -520,7 +520,8 @@ TEST(ValueModel, IteratorYieldsChildrenThenEndsThenStartsAgain)
 
 TEST(ValueModel, VisitorDefaultsForwardToTheBaseOperation)
 {
-    stoValue* pointers[] = {plain(), owning(), counted(), new stoTypeHandleValue(root_type("m_kind"), nullptr)};
+    stoValue* pointers[] = {plain(), owning(), counted(),
+                            new stoTypeHandleValue(root_type("m_kind"), nullptr)};
     unsigned char bytes[] = {1, 2};
     stoValue* others[] = {new stoIntValue(1),
                           new stoDoubleValue(0.5),
@@ -821,7 +822,8 @@ TEST(Conversion, SharingOwnershipAndCyclesRoundTrip)
         EXPECT_EQ(pointer_value(a.root, "m_early")->pointee(), owned_a->pointee());
         EXPECT_EQ(pointer_value(a.root, "m_owned_b")->pointee(), nullptr);
         ASSERT_NE(counted(a.root, "m_shared_a"), nullptr);
-        EXPECT_EQ(counted(a.root, "m_shared_a")->counted().ref(), counted(a.root, "m_shared_b")->counted().ref());
+        EXPECT_EQ(counted(a.root, "m_shared_a")->counted().ref(),
+                  counted(a.root, "m_shared_b")->counted().ref());
         EXPECT_EQ(pointer_value(a.root, "m_self")->pointee(), a.root);
         stoValuePtrcoSet all;
         a.root->participants(all);

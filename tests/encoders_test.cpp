@@ -175,7 +175,8 @@ TEST(EncodersLiteral, DecodesToTheBytesOrAnswersZero)
             EXPECT_EQ(d.out.str(), c.bytes ? c.bytes : "");
         }
         if (c.ok || c.consumed >= 0) {
-            EXPECT_EQ(d.consumed, c.consumed >= 0 ? c.consumed : static_cast<std::ptrdiff_t>(c.literal.size()));
+            EXPECT_EQ(d.consumed,
+                      c.consumed >= 0 ? c.consumed : static_cast<std::ptrdiff_t>(c.literal.size()));
         }
     }
 
@@ -450,7 +451,8 @@ TEST(EncodersChooser, DefaultsFillTheMissingEncodingsAndTypeSelectsTheEncoder)
     CountingEncoding local, source;
     auto make = [&](int type) {
         return stoIStringEncodercoPrg(
-            stoStringEncodingChooser(&local, &source, static_cast<stoEncoderType>(type)).encoding(utPtrRelease));
+            stoStringEncodingChooser(&local, &source, static_cast<stoEncoderType>(type))
+                .encoding(utPtrRelease));
     };
     for (int type : {0, 1}) {
         stoIStringEncodercoPrg e = make(type);
@@ -535,9 +537,8 @@ TEST(EncodersUtf8, EncodeAndScan)
 TEST(EncodersUtf8, ValidUtf8AcceptsWellFormedTextAndSurrogatesOnly)
 {
     stoEncodingConverter converter;
-    const char* accepted[] = {
-        "", "plain", "\xE2\x82\xAC", "\xC3\xA9t\xC3\xA9", "\xED\xA0\x80", "\xF4\x8F\xBF\xBF", "\xF0\x9F\x98\x80",
-    };
+    const char* accepted[] = {"",           "plain",          "\xE2\x82\xAC",      "\xC3\xA9t\xC3\xA9",
+                              "\xED\xA0\x80", "\xF4\x8F\xBF\xBF", "\xF0\x9F\x98\x80"};
     for (const char* t : accepted)
         EXPECT_EQ(converter.valid_utf8(t), 1) << hex(utString(t));
     EXPECT_EQ(converter.valid_utf8(nullptr), 1);

@@ -211,7 +211,8 @@ TEST(ExceptionThrow, CatchClausesFollowTheBranches)
         }
         return "nothing thrown";
     };
-    EXPECT_EQ(which([] { throw new stoNoCurrentSchemaException(stoSchemaID(utString("s"), 1)); }), "read failure");
+    EXPECT_EQ(which([] { throw new stoNoCurrentSchemaException(stoSchemaID(utString("s"), 1)); }),
+              "read failure");
     EXPECT_EQ(which([] { throw new stoIntTooBigException(); }), "file to objects");
     EXPECT_EQ(which([] { throw new AppMigrationFailure(); }), "file to objects");
     EXPECT_EQ(which([] { throw new stoNonFiniteNumberException(); }), "passed on");

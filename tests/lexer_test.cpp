@@ -297,8 +297,8 @@ TEST(Lexer, SkipLineAnswersTheLineWithoutItsLineFeed)
 TEST(Lexer, Identifiers)
 {
     for (int b = 0; b < 256; ++b) {
-        bool expected = (b >= 'a' && b <= 'z') || (b >= 'A' && b <= 'Z') || (b >= '0' && b <= '9') || b == '_' ||
-                        b == '#' || b == '$' || b == '%';
+        bool expected = (b >= 'a' && b <= 'z') || (b >= 'A' && b <= 'Z') || (b >= '0' && b <= '9') ||
+                        b == '_' || b == '#' || b == '$' || b == '%';
         EXPECT_EQ(is_idchar(static_cast<char>(b)) != 0, expected) << "byte " << b;
     }
 
@@ -485,8 +485,8 @@ TEST(LexerNumber, Literals)
 TEST(ReadNumber, SplitCoversTheWholeRange)
 {
     std::mt19937_64 random(1234);
-    std::vector<double> samples = {1.0, 0.1, 1e308, -1e308, 1.7e308, std::ldexp(1.0, 997), std::ldexp(1.0, 996),
-                                   std::nextafter(std::ldexp(1.0, 996), 0.0), 1e-300, 3.0e-320};
+    std::vector<double> samples = {1.0, 0.1, 1e308, -1e308, 1.7e308, 1e-300, 3e-320, std::ldexp(1.0, 997),
+                                   std::ldexp(1.0, 996), std::nextafter(std::ldexp(1.0, 996), 0.0)};
     while (samples.size() < 10000) {
         double x = random_finite_double(random);
         if (std::fabs(x) < 1.79769e308)
@@ -726,7 +726,8 @@ long long scale_of(const std::string& literal)
     std::size_t point = literal.find('.');
     std::size_t exponent = literal.find_first_of("eE");
     if (point != std::string::npos)
-        scale -= static_cast<long long>((exponent == std::string::npos ? literal.size() : exponent) - point - 1);
+        scale -=
+            static_cast<long long>((exponent == std::string::npos ? literal.size() : exponent) - point - 1);
     if (exponent != std::string::npos)
         scale += std::strtoll(literal.c_str() + exponent + 1, nullptr, 10);
     return scale;
@@ -755,8 +756,8 @@ TEST(LexerAccuracy, PrintedDoublesReadBackToTheSameBits)
                 ADD_FAILURE() << text << " read as " << printed(back);
         }
     }
-    std::printf("[   INFO   ] printed doubles: %d read back, %d differ; %d below the tables\n", within, mismatches,
-                below);
+    std::printf("[   INFO   ] printed doubles: %d read back, %d differ; %d below the tables\n", within,
+                mismatches, below);
     EXPECT_EQ(mismatches, 0);
     EXPECT_EQ(below_not_zero, 0);
     EXPECT_GT(within, samples * 9 / 10);
@@ -766,8 +767,8 @@ TEST(LexerAccuracy, PrintedDoublesReadBackToTheSameBits)
     EXPECT_EQ(printed(-0.0), "-0");
     EXPECT_EQ(bits_of(read_as_double(printed(-0.0))), bits_of(0.0));
     for (double x : {0.0, 1.0, 0.1, 1.0 / 3.0, 2.5, -2.5, 1e300, 1e-292, std::numeric_limits<double>::max(),
-                     -std::numeric_limits<double>::max(), std::numeric_limits<double>::min() * 1e16, 9007199254740993.0,
-                     123456789012345678.0, 5e-324 * 1e20}) {
+                     -std::numeric_limits<double>::max(), std::numeric_limits<double>::min() * 1e16,
+                     9007199254740993.0, 123456789012345678.0, 5e-324 * 1e20}) {
         std::string text = printed(x);
         if (scale_of(text) >= -stoReadNumber::kMaxPower) {
             EXPECT_EQ(bits_of(read_as_double(text)), bits_of(x)) << text;
@@ -793,7 +794,8 @@ TEST(LexerAccuracy, RandomLiteralsAgreeWithStrtod)
         int point = static_cast<int>(random() % static_cast<std::uint64_t>(n + 1));  // n: no point
         int lowest = -stoReadNumber::kMaxPower;
         int highest = stoReadNumber::kMaxPower - n;
-        long long scale = lowest + static_cast<long long>(random() % static_cast<std::uint64_t>(highest - lowest + 1));
+        long long scale =
+            lowest + static_cast<long long>(random() % static_cast<std::uint64_t>(highest - lowest + 1));
         long long exponent = scale + (n - point);
 
         std::string literal;
@@ -834,8 +836,8 @@ TEST(LexerAccuracy, RandomLiteralsAgreeWithStrtod)
                         printed(expected).c_str());
         max_ulps = std::max(max_ulps, ulps);
     }
-    std::printf("[   INFO   ] random literals: %d of %d differ from strtod (max %llu ulp)\n", disagreements, samples,
-                static_cast<unsigned long long>(max_ulps));
+    std::printf("[   INFO   ] random literals: %d of %d differ from strtod (max %llu ulp)\n", disagreements,
+                samples, static_cast<unsigned long long>(max_ulps));
     EXPECT_LE(max_ulps, 1u);
     EXPECT_LE(disagreements, samples / 10000);
 }

@@ -26,10 +26,16 @@ public:
     static int used(stoMemoryBlock* b) { return b->*(&BlockProbe::m_used); }
     static int size(stoMemoryBlock* b) { return b->*(&BlockProbe::m_size); }
     static int live(stoMemoryBlock* b) { return b->*(&BlockProbe::m_live); }
-    static int has_room(stoMemoryBlock* b, unsigned int n) { return (b->*(&BlockProbe::enough_space_left))(n); }
+    static int has_room(stoMemoryBlock* b, unsigned int n)
+    {
+        return (b->*(&BlockProbe::enough_space_left))(n);
+    }
 };
 
-long offset_in(stoMemoryBlock* block, void* p) { return static_cast<char*>(p) - reinterpret_cast<char*>(block); }
+long offset_in(stoMemoryBlock* block, void* p)
+{
+    return static_cast<char*>(p) - reinterpret_cast<char*>(block);
+}
 
 bool aligned8(void* p) { return reinterpret_cast<std::uintptr_t>(p) % 8 == 0; }
 

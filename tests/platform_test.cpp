@@ -46,7 +46,8 @@ long iconv_cp1252(unsigned char byte)
     iconv_close(cd);
     if (r == static_cast<size_t>(-1) || sizeof out - outleft != 4)
         return -1;
-    return static_cast<long>(out[0] | (out[1] << 8) | (out[2] << 16) | (static_cast<unsigned long>(out[3]) << 24));
+    return static_cast<long>(out[0] | (out[1] << 8) | (out[2] << 16) |
+                             (static_cast<unsigned long>(out[3]) << 24));
 }
 
 

@@ -177,8 +177,8 @@ TEST(SampleSchemas, EveryMemberKindAppearsSomewhere)
     }
     EXPECT_EQ(kinds, (std::set<std::string>{"64-bit int", "abstract base", "base at a non-zero offset",
                                             "container class", "prf", "double", "embedded object", "fixed",
-                                            "int", "method array", "opaque class", "prg", "ptr", "sized array",
-                                            "stoByteArray", "handle", "utString"}))
+                                            "int", "method array", "opaque class", "prg", "ptr",
+                                            "sized array", "stoByteArray", "handle", "utString"}))
         << map;
 }
 
@@ -361,13 +361,16 @@ TEST(SampleEqual, NoticesEveryKindOfDifference)
          "m_start.m_x"},
         {"zero against negative zero",
          [](annDocument& d) {
-             first_of<annCentreMark>(d, [](annCentreMark const& c) { return c.m_centre.m_z == 0; })->m_centre.m_z =
-                 -0.0;
+             first_of<annCentreMark>(d, [](annCentreMark const& c) {
+                 return c.m_centre.m_z == 0;
+             })->m_centre.m_z = -0.0;
          },
          "m_centre.m_z"},
         {"null string against empty",
          [](annDocument& d) {
-             first_of<annNamedItem>(d, [](annNamedItem const& i) { return i.m_comment.is_null(); })->m_comment = "";
+             first_of<annNamedItem>(d, [](annNamedItem const& i) {
+                 return i.m_comment.is_null();
+             })->m_comment = "";
          },
          "m_comment"},
         {"one byte", [](annDocument& d) { d.m_thumbnail.array()[3] ^= 1; }, "m_thumbnail"},
@@ -381,7 +384,8 @@ TEST(SampleEqual, NoticesEveryKindOfDifference)
          [](annDocument& d) { d.m_sheets[0].m_placement->set_coefficient(3, 1234.5); }, "m_placement"},
         {"a plain pointer redirected",
          [](annDocument& d) {
-             annNamedItem* item = first_of<annNamedItem>(d, [](annNamedItem const& i) { return i.m_related; });
+             annNamedItem* item =
+                 first_of<annNamedItem>(d, [](annNamedItem const& i) { return i.m_related; });
              item->m_related = item->m_related == item ? d.m_sheets[0].m_items[1] : item;
          },
          "m_related"},
@@ -399,7 +403,8 @@ TEST(SampleEqual, NoticesEveryKindOfDifference)
          },
          "share"},
         {"two items swapped in a list",
-         [](annDocument& d) { std::swap(d.m_sheets[0].m_items.at(0), d.m_sheets[0].m_items.at(1)); }, "m_items"},
+         [](annDocument& d) { std::swap(d.m_sheets[0].m_items.at(0), d.m_sheets[0].m_items.at(1)); },
+         "m_items"},
     };
     for (Mutation const& m : mutations) {
         SCOPED_TRACE(m.what);

@@ -43,10 +43,12 @@ std::vector<Expected> const& expected_classes()
         {sto_class_stoSchemaID, "stoSchemaID", false, {}, {"m_name:utString", "m_version:int"}},
         {sto_class_stoSchemaObject, "stoSchemaObject", true, {"stoStubbable"},
          {"m_schema:ptr(stoSchema)", "m_name:utString"}},
-        {sto_class_stoSchemaLink, "stoSchemaLink", false, {}, {"m_next:prg(stoSchemaLink)", "m_schema:prg(stoSchema)"}},
+        {sto_class_stoSchemaLink, "stoSchemaLink", false, {},
+         {"m_next:prg(stoSchemaLink)", "m_schema:prg(stoSchema)"}},
         {sto_class_stoType, "stoType", true, {}, {"m_handle:handle"}},
         {sto_class_stoTypeOwner, "stoTypeOwner", false, {}, {"m_type:prg(stoType)"}},
-        {sto_class_stoUnnamedType, "stoUnnamedType", false, {}, {"m_type:stoTypeOwner", "m_next_type:prg(stoUnnamedType)"}},
+        {sto_class_stoUnnamedType, "stoUnnamedType", false, {},
+         {"m_type:stoTypeOwner", "m_next_type:prg(stoUnnamedType)"}},
         {sto_class_stoBasic, "stoBasic", true, {"stoType", "stoSchemaObject"}, {"m_size:int"}},
         {sto_class_stoIntType, "stoIntType", false, {"stoBasic"}, {}},
         {sto_class_stoDoubleType, "stoDoubleType", false, {"stoBasic"}, {}},
@@ -55,13 +57,18 @@ std::vector<Expected> const& expected_classes()
         {sto_class_stoClass, "stoClass", false, {"stoType", "stoSchemaObject"},
          {"m_size:int", "m_base_chain:prg(stoBase)", "m_n_members:int", "m_member_chain:prg(stoMember)",
           "m_n_indirect_members:int", "m_inherited_members:var(stoMemberInstance)"}},
-        {sto_class_stoBase, "stoBase", false, {}, {"m_base_class:ptr(stoClass)", "m_base_offset:int", "m_next_base:prg(stoBase)"}},
+        {sto_class_stoBase, "stoBase", false, {},
+         {"m_base_class:ptr(stoClass)", "m_base_offset:int", "m_next_base:prg(stoBase)"}},
         {sto_class_stoMember, "stoMember", false, {"stoStubbable"},
-         {"m_class:ptr(stoClass)", "m_type:handle", "m_name:utString", "m_offset:int", "m_next_member:prg(stoMember)"}},
-        {sto_class_stoMemberInstance, "stoMemberInstance", false, {}, {"m_member:ptr(stoMember)", "m_offset:int"}},
+         {"m_class:ptr(stoClass)", "m_type:handle", "m_name:utString", "m_offset:int",
+          "m_next_member:prg(stoMember)"}},
+        {sto_class_stoMemberInstance, "stoMemberInstance", false, {},
+         {"m_member:ptr(stoMember)", "m_offset:int"}},
         {sto_class_stoArraySize, "stoArraySize", true, {}, {}},
-        {sto_class_stoOffsetArraySize, "stoOffsetArraySize", false, {"stoArraySize"}, {"m_size_member:ptr(stoMember)"}},
-        {sto_class_stoMethodArraySize, "stoMethodArraySize", false, {"stoArraySize"}, {"m_method_name:utString"}},
+        {sto_class_stoOffsetArraySize, "stoOffsetArraySize", false, {"stoArraySize"},
+         {"m_size_member:ptr(stoMember)"}},
+        {sto_class_stoMethodArraySize, "stoMethodArraySize", false, {"stoArraySize"},
+         {"m_method_name:utString"}},
         {sto_class_stoArrayType, "stoArrayType", true, {"stoType"}, {"m_type:handle"}},
         {sto_class_stoFixedArrayType, "stoFixedArrayType", false, {"stoArrayType"}, {"m_n_elements:int"}},
         {sto_class_stoVariableArrayType, "stoVariableArrayType", false, {"stoArrayType"},
@@ -69,7 +76,8 @@ std::vector<Expected> const& expected_classes()
         {sto_class_stoSchemaBinding, "stoSchemaBinding", true, {},
          {"m_schema:ptr(stoSchema)", "m_object:ptr(stoSchemaObject)", "m_prev_binding:ptr(stoSchemaBinding)",
           "m_next_binding:prg(stoSchemaBinding)"}},
-        {sto_class_stoSchemaTypeBinding, "stoSchemaTypeBinding", false, {"stoSchemaBinding"}, {"m_type:stoTypeOwner"}},
+        {sto_class_stoSchemaTypeBinding, "stoSchemaTypeBinding", false, {"stoSchemaBinding"},
+         {"m_type:stoTypeOwner"}},
         {sto_class_stoSchemaMapperBinding, "stoSchemaMapperBinding", false, {"stoSchemaBinding"},
          {"m_mapper:prg(stoMapper)"}},
         {sto_class_stoPtrType, "stoPtrType", false, {"stoType"}, {"m_type:handle"}},
@@ -78,7 +86,8 @@ std::vector<Expected> const& expected_classes()
         {sto_class_stoTypeHandleType, "stoTypeHandleType", false, {"stoPtrType"}, {}},
         {sto_class_stoMapper, "stoMapper", true, {"stoSchemaObject"}, {}},
         {sto_class_stoStandardMapper, "stoStandardMapper", false, {"stoMapper"}, {}},
-        {sto_class_stoMappedType, "stoMappedType", false, {"stoType"}, {"m_mapper:ptr(stoMapper)", "m_size:int"}},
+        {sto_class_stoMappedType, "stoMappedType", false, {"stoType"},
+         {"m_mapper:ptr(stoMapper)", "m_size:int"}},
     };
     return table;
 }
@@ -118,7 +127,8 @@ TEST(StoreSchema, FlattenedTableAndBaseOffsetsOfStoClassMatchTheLayout)
     int second = static_cast<int>(reinterpret_cast<char const*>(static_cast<stoSchemaObject const*>(c)) -
                                   reinterpret_cast<char const*>(c));
     EXPECT_GT(second, 0);
-    EXPECT_EQ(sto_test::bases_of(c), (std::vector<std::string>{"stoType@0", "stoSchemaObject@" + std::to_string(second)}));
+    EXPECT_EQ(sto_test::bases_of(c),
+              (std::vector<std::string>{"stoType@0", "stoSchemaObject@" + std::to_string(second)}));
     std::vector<std::string> names;
     stoInheritedMemberIT it(c);
     while (++it)

@@ -78,8 +78,14 @@ inline std::string base64_block(const std::vector<unsigned char>& bytes, const s
 
 // Members of a class's own, by name, and of object values.
 inline stoMemberHandle slot(stoClass const* c, char const* name) { return c->find_member(c->name(), name); }
-inline stoTypeHandle member_type(stoClass const* c, char const* name) { return c->member(slot(c, name))->type(); }
-inline void set_member(stoObject* o, char const* name, stoValue* v) { o->set_member(slot(o->type(), name), v); }
+inline stoTypeHandle member_type(stoClass const* c, char const* name)
+{
+    return c->member(slot(c, name))->type();
+}
+inline void set_member(stoObject* o, char const* name, stoValue* v)
+{
+    o->set_member(slot(o->type(), name), v);
+}
 inline stoValue const* member_value(stoValue const* object, char const* name)
 {
     stoObject const* o = sto_as_object(object);

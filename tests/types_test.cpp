@@ -317,12 +317,14 @@ TEST(ArrayTypes, SizesAndLiveInstances)
     EXPECT_EQ(var->create_array(5), nullptr);
     var->destroy_array(nullptr, 5);
     EXPECT_EQ(own(stoPtrType::make(sto_type_arrCounted()))->size(), static_cast<int>(sizeof(void*)));
-    EXPECT_EQ(own(stoPrfType::make(sto_type_arrCounted()))->size(), static_cast<int>(sizeof(coPrf<arrCounted>)));
+    EXPECT_EQ(own(stoPrfType::make(sto_type_arrCounted()))->size(),
+              static_cast<int>(sizeof(coPrf<arrCounted>)));
 
     Recorder r;
     int codes = 0;
-    for (stoTypeHandle t : {three, var, own(stoPtrType::make(sto_type_int())), own(stoPrgType::make(sto_type_int())),
-                            own(stoPrfType::make(sto_type_int())), own(stoTypeHandleType::make())})
+    for (stoTypeHandle t :
+         {three, var, own(stoPtrType::make(sto_type_int())), own(stoPrgType::make(sto_type_int())),
+          own(stoPrfType::make(sto_type_int())), own(stoTypeHandleType::make())})
         codes = codes * 10 + t->process(&r);
     EXPECT_EQ(r.seen, "FVpppp");
     EXPECT_EQ(codes, 567777);
@@ -334,8 +336,8 @@ TEST(ArrayTypes, TypesCompareByStructureAndHashAlike)
 {
     Owned own;
     stoSchema* other = new stoSchema("array_types_other", 1);
-    stoClass* twin = new stoClass(other, "arrCounted", 8, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                  sto_mapper_stoStandardMapper());
+    stoClass* twin = new stoClass(other, "arrCounted", 8, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                  nullptr, sto_mapper_stoStandardMapper());
     stoTypeHandle counted = sto_type_arrCounted();
     auto int3 = [&] { return fixed(own, sto_type_int(), 3); };
     auto grid = [&](int inner, int outer) { return fixed(own, fixed(own, sto_type_int(), inner), outer); };

@@ -183,7 +183,8 @@ TEST(Writer, StubsAreNamedAndCollisionsGetTheirFileId)
     EXPECT_NE(stub.find("&writer_test_3#$"), std::string::npos);
     std::string schema_key = stub.substr(stub.find("&") + 1);
     schema_key.pop_back();
-    EXPECT_EQ(line_starting(text, schema_key + "=").substr(0, schema_key.size() + 10), schema_key + "=stoSchema");
+    EXPECT_EQ(line_starting(text, schema_key + "=").substr(0, schema_key.size() + 10),
+              schema_key + "=stoSchema");
     EXPECT_NE(text.find("\n}!,&@,&wrtHolder}\n"), std::string::npos) << text;
 }
 
