@@ -181,7 +181,9 @@ TEST(ExceptionAccessors, SchemaIdentityIsCopiedAndNamesKeepNullApart)
     EXPECT_EQ(missing_schema->version(), 7);
     EXPECT_EQ(not_in_memory->schema_name(), "voronoi");
     EXPECT_EQ(not_in_memory->version(), -2);
-    EXPECT_EQ(stoNoCurrentSchemaException(stoSchemaID(utString("gdt"), 0)).schema_name(), "gdt");
+    stoNoCurrentSchemaException no_current(stoSchemaID(utString("gdt"), 0));
+    EXPECT_EQ(no_current.schema_name(), "gdt");
+    EXPECT_EQ(no_current.version(), 0);
 
     EXPECT_EQ(stoFileNotReadableException("").file_name().is_null(), 0);
     EXPECT_NE(stoFileNotReadableException(utString()).file_name().is_null(), 0);

@@ -470,6 +470,7 @@ TEST(PlatformIoFiles, FilesWrittenByOutputStreamsReadBackByteForByte)
     std::streamoff size = in.tellg();
     EXPECT_EQ(size, static_cast<std::streamoff>(bytes.size()));
     in.seekg(0, std::ios::beg);
+    EXPECT_EQ(std::streamoff(in.tellg()), 0);
     std::vector<char> buffer(bytes.size() + 10);
     in.read(buffer.data(), static_cast<std::streamsize>(size));
     EXPECT_EQ(in.gcount(), size);
@@ -484,7 +485,8 @@ TEST(PlatformIoFiles, FilesWrittenByOutputStreamsReadBackByteForByte)
 
     std::string text = output_path("platform_io_text.txt");
     {
-        omOFStream out(text.c_str(), 2);
+        omOFStream out;
+        out.open(text, 2);
         out << "a much longer first text\n";
     }
     {
@@ -514,7 +516,5 @@ TEST(PlatformIoFiles, FilesWrittenByOutputStreamsReadBackByteForByte)
     EXPECT_EQ(veFileFinder::check_file_exists(static_cast<const char*>(nullptr)), 0);
     EXPECT_EQ(veFileFinder::check_file_exists(utString()), 0);
     EXPECT_FALSE(omIFStream(STO_TEST_OUTPUT_DIR "/no_such_folder/x.sto", 1).good());
-    omOFStream nowhere;
-    nowhere.open(STO_TEST_OUTPUT_DIR "/no_such_folder/x.txt", 2);
-    EXPECT_FALSE(nowhere.good());
+    EXPECT_FALSE(omOFStream(STO_TEST_OUTPUT_DIR "/no_such_folder/x.txt", 2).good());
 }
