@@ -1,16 +1,38 @@
-// Live objects to values and back: sharing, ownership, late plain pointers,
-// cycles, a class outside the graph, and failures part-way.
+// The value graph and the conversion of live objects to values and back,
+// over one set of classes. Values: participants, children and their iterator,
+// the 64-bit integers, pointer values and the value handle that hands a fresh
+// value to its pointers, the visitor's forwarding defaults, member look-up and
+// ownership (leak and double-free freedom is proven by the sanitizers). Analysis: null
+// fields of every pointer kind, plain pointers resolved early or late, objects
+// identified by type and address, stubs for stubbable objects outside the
+// graph (application classes, and members and classes of the store's), an
+// analyser reused for a second root. Synthesis: sharing, ownership, late plain
+// pointers and cycles round-trip; stubs and targets never written, values that
+// do not fit their memory, an opaque class filled through its model once every
+// pointer in the model is final; stubs of meta objects resolved by the type
+// synthesiser; failures part-way.
 #include "test_support.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <climits>
+#include <memory>
 #include <vector>
+
+using sto_test::caught;
+using sto_test::member_type;
+using sto_test::member_value;
+using sto_test::pointer_value;
+using sto_test::set_member;
+using sto_test::slot;
 
 namespace {
 
-stoSchema* sto_schema_conv() { return sto_test::saved_schema("conversion_test", 4); }
+stoSchema* sto_schema_cnv() { return sto_test::saved_schema("conversion_test", 3); }
 
 int g_live_leaves = 0;
+int g_model_to_opaque_calls = 0;
 
 }  // namespace
 
@@ -24,53 +46,224 @@ public:
 };
 STO_DECLARE_CLASS(cnvLeaf)
 
+class cnvEmpty {
+    STO_PERSISTENT(cnvEmpty)
+public:
+    virtual ~cnvEmpty() = default;
+};
+STO_DECLARE_CLASS(cnvEmpty)
+
+// Its first base sits at the same address as the whole object.
+class cnvDerived : public cnvLeaf {
+    STO_PERSISTENT(cnvDerived)
+public:
+    int m_extra = 0;
+};
+STO_DECLARE_CLASS(cnvDerived)
+
+// A stubbable application class: named within an optional folder.
+class cnvNamed;
+STO_DECLARE_CLASS(cnvNamed)
+
+class cnvNamed : public stoStubbable {
+    STO_PERSISTENT(cnvNamed)
+public:
+    explicit cnvNamed(char const* name = "", cnvNamed* folder = nullptr) : m_name(name), m_folder(folder) {}
+    stoValue* create_stub() const override
+    {
+        return new stoStub(sto_type_cnvNamed(), nullptr, new stoStringValue(m_name));
+    }
+    stoRawPtr stub_parent() const override
+    {
+        return m_folder ? stoRawPtr(sto_type_cnvNamed(), m_folder, static_cast<int>(sizeof(cnvNamed)))
+                        : stoRawPtr();
+    }
+    stoRawPtr stub_id() const override
+    {
+        return stoRawPtr(sto_type_utString(), &m_name, static_cast<int>(sizeof m_name));
+    }
+    utString m_name;
+    cnvNamed* m_folder;
+};
+STO_DECLARE_CLASS(cnvNamed)
+
 class cnvRoot {
     STO_PERSISTENT(cnvRoot)
 public:
     virtual ~cnvRoot()
     {
         delete m_owned_a;
+        delete m_owned_named;
         delete[] m_numbers;
+        delete[] m_values;
     }
-    cnvLeaf* m_early = nullptr;      // plain, written before its target
-    cnvLeaf* m_owned_a = nullptr;    // owning
-    cnvLeaf* m_owned_b = nullptr;    // owning the same object (left unset after synthesis)
+    cnvLeaf* m_early = nullptr;            // plain, written before its target
+    cnvLeaf* m_owned_a = nullptr;          // owning
+    cnvLeaf* m_owned_b = nullptr;          // owning; the tests leave it unset or on m_owned_a's object
+    cnvLeaf* m_late = nullptr;             // plain, written after its target
+    cnvLeaf* m_outside = nullptr;          // plain, to a leaf no owner reaches
     coPrf<cnvLeaf> m_shared_a;
     coPrf<cnvLeaf> m_shared_b;
-    cnvRoot* m_self = nullptr;       // a cycle back to the root
-    stoTypeHandle m_kind;            // a class outside the graph
+    cnvNamed* m_owned_named = nullptr;     // owning, stubbable
+    cnvNamed* m_to_owned_named = nullptr;  // plain
+    cnvNamed* m_ref_a = nullptr;           // plain, to a named object outside
+    cnvNamed* m_ref_b = nullptr;           // plain, to the same one
+    coPrf<cnvNamed> m_shared_named;        // counted, stubbable
+    stoMember const* m_member = nullptr;   // plain, to a member of a class
+    stoClass const* m_class = nullptr;     // plain, to a class
+    stoTypeHandle m_kind;                  // a class outside the graph
+    stoTypeHandle m_basic;
+    cnvRoot* m_self = nullptr;  // a cycle back to the root
+    cnvLeaf m_embedded;
+    cnvLeaf* m_to_embedded = nullptr;
+    int m_small = 77;
+    long long m_wide = 0;
+    utString m_text{"before"};
+    utString m_null_text;
+    utString m_empty_text{""};
+    int m_fixed[3] = {};
+    int m_guard = 0x5a5a;  // not described: must survive writes to m_fixed
     double m_pair[2] = {0, 0};
     int m_n_numbers = 0;
     long long* m_numbers = nullptr;
+    int m_n_values = 0;
+    double* m_values = nullptr;
     stoByteArray m_bytes;
-    utString m_null_text;
-    utString m_empty_text{""};
 };
 STO_DECLARE_CLASS(cnvRoot)
 
-STO_CLASS(cnvLeaf, sto_schema_conv())
+// An opaque class whose layout the store does not see, and its model.
+class cnvModel {
+    STO_PERSISTENT(cnvModel)
+public:
+    virtual ~cnvModel() = default;
+    int m_count = 0;
+    cnvLeaf* m_target = nullptr;
+};
+STO_DECLARE_CLASS(cnvModel)
+
+class cnvOpaque {
+    STO_PERSISTENT(cnvOpaque)
+public:
+    virtual ~cnvOpaque() = default;
+    std::vector<int> m_hidden;
+    cnvLeaf* m_link = nullptr;
+};
+STO_DECLARE_CLASS(cnvOpaque)
+
+class cnvHolder {
+    STO_PERSISTENT(cnvHolder)
+public:
+    virtual ~cnvHolder() { delete m_leaf; }
+    cnvOpaque m_opaque;
+    cnvLeaf* m_leaf = nullptr;  // owning, written after the opaque member
+};
+STO_DECLARE_CLASS(cnvHolder)
+
+void sto_opaque_to_model(cnvOpaque const& opaque, cnvModel& model)
+{
+    model.m_count = static_cast<int>(opaque.m_hidden.size());
+    model.m_target = opaque.m_link;
+}
+
+void sto_model_to_opaque(cnvModel const& model, cnvOpaque& opaque)
+{
+    ++g_model_to_opaque_calls;
+    opaque.m_hidden.assign(static_cast<std::size_t>(model.m_count), 1);
+    opaque.m_link = model.m_target;
+}
+
+STO_DECLARE_CLASS_MAPPER(cnvOpaque, cnvModel)
+STO_CLASS_MAPPER(cnvOpaque, cnvModel, sto_schema_cnv())
+
+STO_CLASS(cnvLeaf, sto_schema_cnv())
 {
     STO_MEMBER(m_value);
     STO_MEMBER(m_text);
 }
 
-STO_CLASS(cnvRoot, sto_schema_conv())
+STO_CLASS(cnvEmpty, sto_schema_cnv()) {}
+
+STO_CLASS(cnvDerived, sto_schema_cnv())
+{
+    STO_BASE(cnvLeaf);
+    STO_MEMBER(m_extra);
+}
+
+STO_CLASS(cnvNamed, sto_schema_cnv())
+{
+    STO_BASE(stoStubbable);
+    STO_MEMBER(m_name);
+    STO_MEMBER(m_folder);
+}
+
+STO_CLASS(cnvRoot, sto_schema_cnv())
 {
     STO_MEMBER(m_early);
     STO_OWNING_PTR(m_owned_a);
     STO_OWNING_PTR(m_owned_b);
+    STO_MEMBER(m_late);
+    STO_MEMBER(m_outside);
     STO_MEMBER(m_shared_a);
     STO_MEMBER(m_shared_b);
-    STO_MEMBER(m_self);
+    STO_OWNING_PTR(m_owned_named);
+    STO_MEMBER(m_to_owned_named);
+    STO_MEMBER(m_ref_a);
+    STO_MEMBER(m_ref_b);
+    STO_MEMBER(m_shared_named);
+    STO_MEMBER(m_member);
+    STO_MEMBER(m_class);
     STO_MEMBER(m_kind);
-    STO_MEMBER(m_pair);
-    STO_SIZED_ARRAY(m_numbers, m_n_numbers);
-    STO_MEMBER(m_bytes);
+    STO_MEMBER(m_basic);
+    STO_MEMBER(m_self);
+    STO_MEMBER(m_embedded);
+    STO_MEMBER(m_to_embedded);
+    STO_MEMBER(m_small);
+    STO_MEMBER(m_wide);
+    STO_MEMBER(m_text);
     STO_MEMBER(m_null_text);
     STO_MEMBER(m_empty_text);
+    STO_MEMBER(m_fixed);
+    STO_MEMBER(m_pair);
+    STO_SIZED_ARRAY(m_numbers, m_n_numbers);
+    STO_SIZED_ARRAY(m_values, m_n_values);
+    STO_MEMBER(m_bytes);
+}
+
+STO_CLASS(cnvModel, sto_schema_cnv())
+{
+    STO_MEMBER(m_count);
+    STO_MEMBER(m_target);
+}
+
+STO_CLASS_MAPPED(cnvOpaque, sto_schema_cnv(), sto_mapper_stoMappercnvOpaquecnvModel())
+{
+    STO_MEMBERS_OF_MODEL(cnvModel);
+}
+
+STO_CLASS(cnvHolder, sto_schema_cnv())
+{
+    STO_MEMBER(m_opaque);
+    STO_OWNING_PTR(m_leaf);
 }
 
 namespace {
+
+stoTypeHandle root_type(char const* name) { return member_type(sto_class_cnvRoot(), name); }
+utString string_of(stoValue const* v) { return dynamic_cast<stoStringValue const&>(*v).value(); }
+stoPrfValue const* counted(stoValue const* root, char const* name)
+{
+    return dynamic_cast<stoPrfValue const*>(member_value(root, name));
+}
+
+stoObject* leaf_value(int n)
+{
+    stoObject* leaf = new stoObject(sto_class_cnvLeaf());
+    set_member(leaf, "m_value", new stoIntValue(n));
+    return leaf;
+}
+stoObject* root_value() { return new stoObject(sto_class_cnvRoot()); }
+stoStub* leaf_stub() { return new stoStub(sto_type_cnvLeaf(), nullptr, new stoStringValue("elsewhere")); }
 
 // Analyses a root, stubs what dangles, and owns the result.
 struct Analysed {
@@ -88,18 +281,517 @@ struct Analysed {
     }
 };
 
-stoValue const* member(stoValue const* object, char const* cls, char const* name)
+}  // namespace
+
+// ===========================================================================
+// The value graph
+// ===========================================================================
+
+namespace {
+
+stoMemberHandle root_slot(char const* name) { return slot(sto_class_cnvRoot(), name); }
+stoPrgValue* owning(stoValue* v = nullptr) { return new stoPrgValue(root_type("m_owned_a"), v); }
+stoPrfValue* counted() { return new stoPrfValue(root_type("m_shared_a"), stoValuecoPrf()); }
+stoPtrValue* plain(stoValue const* v = nullptr) { return new stoPtrValue(root_type("m_late"), v); }
+
+bool value_throws_too_big(stoIntValue const& v)
 {
-    stoObject const* o = sto_as_object(object);
-    stoMemberHandle h = o->type()->find_member(cls, name);
-    return h.invalid() ? nullptr : o->member(h);
+    return caught<stoIntTooBigException>([&] { (void)v.value(); }) != nullptr;
 }
+
+// Answers a code per visited operation, so that the dispatch shows.
+struct PointersOnly : stoProcessValue {
+    int process_stoPtrValue(stoPtrValue const*) override { return 8; }
+};
+struct Everything : stoProcessValue {
+    int seen = 0;
+    int process_stoValue(stoValue const*) override { return ++seen; }
+};
 
 }  // namespace
 
+TEST(ValueModel, ParticipantsVisitSharedValuesOnceAndEndCycles)
+{
+    std::unique_ptr<stoValue> empty(new stoObject(sto_class_cnvEmpty()));
+    EXPECT_EQ(empty->number_of_children(), 0);
+    stoValuePtrcoSet alone;
+    empty->participants(alone);
+    EXPECT_EQ(alone.size(), 1);
+    EXPECT_TRUE(alone.contains(empty.get()));
+
+    stoObject* root = new stoObject(sto_class_cnvRoot());
+    ASSERT_EQ(root->number_of_children(), sto_class_cnvRoot()->number_of_inherited_members());
+    stoObject* target = new stoObject(sto_class_cnvEmpty());
+    stoPtrValue* seen = plain(target);
+    root->set_member(root_slot("m_late"), seen);
+    root->set_member(root_slot("m_owned_a"), owning(target));
+    stoPtrValue* back = new stoPtrValue(root_type("m_self"), root);
+    root->set_member(root_slot("m_self"), back);
+
+    stoValuePtrcoSet all;
+    root->participants(all);
+    EXPECT_EQ(all.size(), 5);  // root, three pointers, one target
+    EXPECT_TRUE(all.contains(target));
+    EXPECT_TRUE(all.contains(back));
+
+    // Every kind of owner joins the graph; a stub's parent is not its child to
+    // delete, and two counted pointers free their target once.
+    root->set_member(root_slot("m_owned_b"), owning(new stoObject(sto_class_cnvEmpty())));
+    stoPrfValue* shared = counted();
+    shared->set_pointee(new stoStringValue("shared"));
+    root->set_member(root_slot("m_shared_a"), shared);
+    stoArrayValue* array = new stoArrayValue(root_type("m_fixed"), 3);
+    stoStub* parent_stub = new stoStub(sto_type_cnvEmpty(), nullptr, new stoStringValue("parent"));
+    array->set_element(0, parent_stub);
+    array->set_element(1, new stoStub(sto_type_cnvEmpty(), parent_stub, new stoIntValue(2)));
+    stoPrfValue* again = counted();
+    again->become_clone(shared);
+    stoMappedValue* mapped = new stoMappedValue(sto_type_int(), sto_mapper_stoStandardMapper(), 2);
+    mapped->set_element(0, again);
+    mapped->set_element(1, new stoByteArrayValue(stoByteArray(3)));
+    array->set_element(2, mapped);
+    root->set_member(root_slot("m_fixed"), array);
+    stoValuePtrcoSet more;
+    root->participants(more);
+    // and owning + object, counted + string, array, two stubs + two ids,
+    // mapped, second counted, byte array
+    EXPECT_EQ(more.size(), 5u + 12u);
+
+    // The walk goes down only, and stops at a value already collected.
+    stoValuePtrcoSet below;
+    seen->participants(below);
+    EXPECT_EQ(below.size(), 2);
+    EXPECT_FALSE(below.contains(root));
+    stoValuePtrcoSet seeded;
+    seeded.add(root);
+    root->participants(seeded);
+    EXPECT_EQ(seeded.size(), 1);
+    delete root;  // owning pointers delete their targets; the plain ones nothing
+}
+
+TEST(ValueModel, IntegersKeepSixtyFourBitsAndNarrowOnlyWhenTheyFit)
+{
+    stoIntValue minus_one(-1);
+    EXPECT_EQ(minus_one.value64(), -1);
+    EXPECT_EQ(minus_one.value(), -1);
+    EXPECT_TRUE(minus_one.type() == sto_type_int());
+    EXPECT_EQ(stoIntValue(INT_MIN).value64(), static_cast<long long>(INT_MIN));
+
+    stoIntValue big(stoIntValue64Tag, 1LL << 31);
+    EXPECT_EQ(big.value64(), 2147483648LL);
+    EXPECT_TRUE(value_throws_too_big(big));
+    EXPECT_TRUE(value_throws_too_big(stoIntValue(stoIntValue64Tag, -(1LL << 31) - 1)));
+    EXPECT_TRUE(value_throws_too_big(stoIntValue(stoIntValue64Tag, 1LL << 32)));  // low word 0
+    EXPECT_FALSE(value_throws_too_big(stoIntValue(stoIntValue64Tag, INT_MAX)));
+    EXPECT_EQ(stoIntValue(stoIntValue64Tag, INT_MIN).value(), INT_MIN);
+}
+
+TEST(ValueModel, HandleHandsOwnershipToExactlyOnePointer)
+{
+    {  // owning pointers: the first takes it, the second gets null
+        stoPrgValue* first = owning();
+        stoPrgValue* second = owning();
+        stoPtrValue* early = plain();
+        stoValueHandle h;
+        stoValue* v = new stoIntValue(5);
+        h.become(utPtrClaim, v);
+        h.set_pointee(early);  // a plain pointer leaves ownership where it is
+        EXPECT_EQ(early->pointee(), v);
+        EXPECT_TRUE(h.owns());
+        h.set_pointee(first);
+        h.set_pointee(second);
+        EXPECT_EQ(first->pointee(), v);
+        EXPECT_EQ(second->pointee(), nullptr);
+        EXPECT_FALSE(h.owns());
+        EXPECT_EQ(h.release(), nullptr);
+        delete early;
+        delete second;
+        delete first;
+    }
+    // Counted pointers share one count whatever order they go in; reading the
+    // value through the survivors proves it still lives.
+    std::vector<int> order = {0, 1, 2};
+    do {
+        stoPrfValue* c[3] = {counted(), counted(), counted()};
+        stoValue* v = new stoIntValue(7);
+        {
+            stoValueHandle h;
+            h.become(utPtrClaim, v);
+            for (stoPrfValue* p : c)
+                h.set_pointee(p);
+        }
+        EXPECT_EQ(c[0]->counted().get(), v);
+        EXPECT_EQ(c[0]->counted().ref(), c[1]->counted().ref());
+        EXPECT_EQ(c[0]->counted().ref(), c[2]->counted().ref());
+        for (int i : order) {
+            for (stoPrfValue* p : c) {
+                if (p) {
+                    EXPECT_EQ(static_cast<stoIntValue const*>(p->pointee())->value(), 7);
+                }
+            }
+            delete c[i];
+            c[i] = nullptr;
+        }
+    } while (std::next_permutation(order.begin(), order.end()));
+
+    {  // an owner first: the counted pointer points without owning
+        stoValueHandle h;
+        h.become(utPtrClaim, new stoIntValue(1));
+        h.become(utPtrClaim, new stoIntValue(2));  // the first value is deleted
+        stoPrgValue* owner = owning();
+        stoPrfValue* sharer = counted();
+        h.set_pointee(owner);
+        h.set_pointee(sharer);
+        EXPECT_EQ(sharer->pointee(), owner->pointee());
+        delete sharer;
+        EXPECT_EQ(static_cast<stoIntValue const*>(owner->pointee())->value(), 2);
+        delete owner;
+    }
+    stoValueHandle unused;
+    unused.become(utPtrClaim, new stoStringValue("never handed on"));
+}
+
+TEST(ValueModel, BecomeCloneSharesOnlyWhatTheKindAllows)
+{
+    stoPrgValue* owner = owning(new stoIntValue(3));
+    stoPrgValue* other = owning();
+    other->become_clone(owner);
+    EXPECT_EQ(other->pointee(), nullptr);
+    stoPrgValue* busy = owning(new stoIntValue(4));
+    stoValue const* kept = busy->pointee();
+    busy->become_clone(owner);
+    EXPECT_EQ(busy->pointee(), kept);
+
+    stoPtrValue* p = plain();
+    p->become_clone(owner);
+    EXPECT_EQ(p->pointee(), owner->pointee());
+    stoTypeHandleValue* th = new stoTypeHandleValue(root_type("m_kind"), nullptr);
+    th->become_clone(owner);
+    EXPECT_EQ(th->pointee(), owner->pointee());
+
+    stoPrfValue* a = counted();
+    a->set_pointee(new stoIntValue(9));
+    stoPrfValue* b = counted();
+    b->become_clone(a);
+    EXPECT_EQ(b->pointee(), a->pointee());
+    EXPECT_EQ(b->counted().ref(), a->counted().ref());
+    EXPECT_EQ(a->counted().count(), 2);
+    delete a;
+    EXPECT_EQ(static_cast<stoIntValue const*>(b->pointee())->value(), 9);
+    delete b;
+    for (stoValue* v : std::initializer_list<stoValue*>{th, p, busy, other, owner})
+        delete v;
+}
+
+TEST(ValueModel, IteratorYieldsChildrenThenEndsThenStartsAgain)
+{
+    std::unique_ptr<stoValue> parent(new stoStub(sto_type_cnvEmpty(), nullptr, new stoIntValue(1)));
+    stoStringValue* id = new stoStringValue("name");
+    std::unique_ptr<stoValue> stub(new stoStub(sto_type_cnvEmpty(), parent.get(), id));
+    stoValueIT it(stub.get());
+    EXPECT_TRUE(it.undefined());
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_TRUE(++it);
+        EXPECT_EQ(it.index(), 0);
+        EXPECT_EQ(it(), parent.get());
+        ASSERT_TRUE(++it);
+        EXPECT_EQ(it(), id);
+        EXPECT_FALSE(++it);
+        EXPECT_TRUE(it.undefined());
+    }
+
+    stoIntValue leaf(3);
+    stoValueIT none(&leaf);
+    EXPECT_FALSE(++none);
+    EXPECT_FALSE(++none);
+    EXPECT_EQ(leaf.child(0), nullptr);
+
+    stoObject object(sto_class_cnvRoot());
+    stoValueIT members(&object);
+    int steps = 0;
+    for (; ++members; ++steps)
+        EXPECT_EQ(members(), nullptr);  // every slot starts empty
+    EXPECT_EQ(steps, sto_class_cnvRoot()->number_of_inherited_members());
+
+    std::unique_ptr<stoPtrValue> p(plain(&leaf));
+    EXPECT_EQ(p->number_of_children(), 1);
+    EXPECT_EQ(p->child(5), &leaf);  // the pointee, whatever the index
+}
+
+TEST(ValueModel, VisitorDefaultsForwardToTheBaseOperation)
+{
+    stoValue* pointers[] = {plain(), owning(), counted(),
+                            new stoTypeHandleValue(root_type("m_kind"), nullptr)};
+    unsigned char bytes[] = {1, 2};
+    stoValue* others[] = {new stoIntValue(1),
+                          new stoDoubleValue(0.5),
+                          new stoStringValue("s"),
+                          new stoByteArrayValue(stoByteArray(bytes, 2)),
+                          new stoObject(sto_class_cnvEmpty()),
+                          new stoArrayValue(root_type("m_fixed"), 2),
+                          new stoStub(sto_type_cnvEmpty(), nullptr, nullptr),
+                          new stoMappedValue(sto_type_int(), sto_mapper_stoStandardMapper(), 0)};
+    PointersOnly pointers_only;
+    Everything everything;
+    for (stoValue* v : pointers) {
+        EXPECT_EQ(v->process(&pointers_only), 8) << v->sto_dynamic_class()->name();
+        v->process(&everything);
+    }
+    for (stoValue* v : others) {
+        EXPECT_EQ(v->process(&pointers_only), 0) << v->sto_dynamic_class()->name();
+        v->process(&everything);
+    }
+    EXPECT_EQ(everything.seen, 12);
+    for (stoValue* v : pointers)
+        delete v;
+    for (stoValue* v : others)
+        delete v;
+}
+
+TEST(ValueModel, MemberValueLooksOnlyAtTheObjectsOwnMembers)
+{
+    stoObject object(sto_class_cnvDerived());
+    stoIntValue* number = new stoIntValue(12);
+    object.set_member(slot(sto_class_cnvDerived(), "m_extra"), number);
+    object.set_member_at(0, new stoIntValue(1));  // the base's m_value
+    stoValueUtils utils(&object);
+    int missing = -1;
+    EXPECT_EQ(utils.member_value("m_extra", missing), number);
+    EXPECT_EQ(missing, 0);
+    EXPECT_EQ(utils.member_value("m_absent", missing), nullptr);
+    EXPECT_EQ(missing, 1);
+    missing = 0;
+    EXPECT_EQ(utils.member_value("m_value", missing), nullptr);  // declared by the base
+    EXPECT_EQ(missing, 1);
+    missing = 0;
+    EXPECT_EQ(stoValueUtils(number).member_value("m_extra", missing), nullptr);
+    EXPECT_EQ(missing, 1);
+    stoObject root(sto_class_cnvRoot());
+    EXPECT_EQ(stoValueUtils(&root).member_value("m_late", missing), nullptr);  // declared, but empty
+    EXPECT_EQ(missing, 0);
+}
+
+
+// ===========================================================================
+// Analysis
+// ===========================================================================
+
+TEST(Analysis, NullFieldsGiveNullPointerValuesOfTheFieldsType)
+{
+    cnvRoot root;
+    stoAnalyser a;
+    stoValue* value = a.raw_to_value(sto_type_cnvRoot(), &root);
+    ASSERT_NE(value, nullptr);
+    for (char const* name : {"m_early", "m_owned_a", "m_shared_a", "m_kind"}) {
+        stoPtrValue const* p = pointer_value(value, name);
+        ASSERT_NE(p, nullptr) << name;
+        EXPECT_EQ(p->pointee(), nullptr) << name;
+        EXPECT_TRUE(p->type() == root_type(name)) << name;
+    }
+    EXPECT_EQ(pointer_value(value, "m_early")->kind(), stoValue::kPtrKind);
+    EXPECT_EQ(pointer_value(value, "m_owned_a")->kind(), stoValue::kPrgKind);
+    EXPECT_NE(dynamic_cast<stoPrgValue const*>(pointer_value(value, "m_owned_a")), nullptr);
+    ASSERT_NE(counted(value, "m_shared_a"), nullptr);
+    EXPECT_EQ(counted(value, "m_shared_a")->counted().get(), nullptr);
+    EXPECT_NE(dynamic_cast<stoTypeHandleValue const*>(pointer_value(value, "m_kind")), nullptr);
+    EXPECT_EQ(a.number_of_dangling_pointers(), 0);
+    delete value;
+}
+
+// Field by field: the wait, then the resolution.
+TEST(Analysis, PlainPointersResolveWhenTheirTargetIsMadeOrAtOnce)
+{
+    cnvLeaf leaf;
+    cnvRoot fields;
+    fields.m_early = &leaf;
+    fields.m_late = &leaf;
+    stoAnalyser a;
+    stoValue* early_value = a.raw_to_value(root_type("m_early"), &fields.m_early);
+    stoPtrValue const* early = sto_as_ptr(early_value);
+    ASSERT_NE(early, nullptr);
+    EXPECT_EQ(early->pointee(), nullptr);
+    stoRawPtr waiting = a.dangling_pointer(early);
+    EXPECT_EQ(waiting.ptr(), &leaf);
+    EXPECT_TRUE(waiting.type() == sto_type_cnvLeaf());
+    stoValue* target = a.raw_to_value(sto_type_cnvLeaf(), &leaf);
+    EXPECT_EQ(early->pointee(), target);
+    EXPECT_EQ(a.dangling_pointer(early).ptr(), nullptr);
+    EXPECT_EQ(a.number_of_dangling_pointers(), 0);
+    stoValue* late = a.raw_to_value(root_type("m_late"), &fields.m_late);
+    EXPECT_EQ(sto_as_ptr(late)->pointee(), target);
+    delete late;
+    delete early_value;
+    delete target;
+}
+
+TEST(Analysis, AnObjectIsItsTypeAndAddress)
+{
+    cnvRoot root;
+    root.m_to_embedded = &root.m_embedded;
+    stoAnalyser a;
+    stoValue* value = a.raw_to_value(sto_type_cnvRoot(), &root);
+    stoValue const* embedded = member_value(value, "m_embedded");
+    ASSERT_NE(sto_as_object(embedded), nullptr);
+    EXPECT_EQ(pointer_value(value, "m_to_embedded")->pointee(), embedded);
+    delete value;
+
+    // A first base shares the object's address, yet it is another object.
+    cnvDerived derived;
+    ASSERT_EQ(static_cast<void*>(static_cast<cnvLeaf*>(&derived)), static_cast<void*>(&derived));
+    stoAnalyser b;
+    stoValue* whole = b.raw_to_value(sto_type_cnvDerived(), &derived);
+    stoValue* part = b.raw_to_value(stoRawPtr(sto_type_cnvLeaf(), &derived, sto_class_cnvLeaf()->size()));
+    ASSERT_NE(part, nullptr);
+    EXPECT_NE(part, whole);
+    EXPECT_EQ(sto_as_object(part)->type(), sto_class_cnvLeaf());
+    EXPECT_EQ(b.raw_to_value(sto_type_cnvDerived(), &derived), whole);
+    delete part;
+    delete whole;
+}
+
+TEST(Analysis, OnlyStubbableObjectsOutsideTheGraphBecomeStubs)
+{
+    cnvLeaf outside_leaf;
+    cnvNamed folder("folder");
+    cnvNamed outside("outside", &folder);
+    cnvRoot root;
+    root.m_outside = &outside_leaf;
+    root.m_owned_named = new cnvNamed("owned", &folder);
+    root.m_to_owned_named = root.m_owned_named;
+    root.m_ref_a = &outside;
+    root.m_ref_b = &outside;
+
+    stoAnalyser a;
+    stoValue* value = a.raw_to_value(sto_type_cnvRoot(), &root);
+    EXPECT_EQ(pointer_value(value, "m_ref_a")->pointee(), nullptr);  // still waiting
+    a.stub_dangling_pointers();
+
+    // Owned before the stub mode: written whole, and the plain pointer to it agrees.
+    stoValue const* owned = pointer_value(value, "m_owned_named")->pointee();
+    ASSERT_NE(sto_as_object(owned), nullptr);
+    EXPECT_EQ(string_of(member_value(owned, "m_name")), "owned");
+    EXPECT_EQ(pointer_value(value, "m_to_owned_named")->pointee(), owned);
+
+    stoStub const* stub = sto_as_stub(pointer_value(value, "m_ref_a")->pointee());
+    ASSERT_NE(stub, nullptr);
+    EXPECT_EQ(pointer_value(value, "m_ref_b")->pointee(), stub);
+    EXPECT_TRUE(stub->type() == sto_type_cnvNamed());
+    EXPECT_EQ(string_of(stub->id()), "outside");
+    stoStub const* parent = sto_as_stub(stub->parent());
+    ASSERT_NE(parent, nullptr);
+    EXPECT_EQ(string_of(parent->id()), "folder");
+    EXPECT_EQ(parent->parent(), nullptr);
+    // The owned object's folder pointer is resolved to the folder's stub.
+    EXPECT_EQ(pointer_value(owned, "m_folder")->pointee(), parent);
+
+    stoPtrValue const* lost = pointer_value(value, "m_outside");
+    EXPECT_EQ(lost->pointee(), nullptr);
+    EXPECT_EQ(a.dangling_pointer(lost).ptr(), &outside_leaf);
+    EXPECT_EQ(a.number_of_dangling_pointers(), 1);
+    delete value;
+}
+
+// A member, or a class in a type handle, outside the graph: one chain of
+// stubs from the system down, shared by both.
+TEST(Analysis, MembersAndClassesOutsideTheGraphAreNamedByTheirPath)
+{
+    stoClassMemberIT it(sto_class_cnvLeaf());
+    ASSERT_TRUE(++it);
+    cnvRoot root;
+    root.m_member = it();
+    root.m_kind = sto_type_cnvLeaf();
+    stoAnalyser a;
+    stoValue* value = a.raw_to_value(sto_type_cnvRoot(), &root);
+    a.stub_dangling_pointers();
+    EXPECT_EQ(a.number_of_dangling_pointers(), 0);
+    stoStub const* m = sto_as_stub(pointer_value(value, "m_member")->pointee());
+    ASSERT_NE(m, nullptr);
+    EXPECT_TRUE(m->type() == sto_type_stoMember());
+    EXPECT_EQ(string_of(m->id()), "m_value");
+    stoStub const* cls = sto_as_stub(m->parent());
+    ASSERT_NE(cls, nullptr);
+    EXPECT_TRUE(cls->type() == sto_type_stoClass());
+    EXPECT_EQ(string_of(cls->id()), "cnvLeaf");
+    EXPECT_EQ(pointer_value(value, "m_kind")->pointee(), cls);
+    stoStub const* schema = sto_as_stub(cls->parent());
+    ASSERT_NE(schema, nullptr);
+    utString name;
+    int version = 0;
+    stoValueUtils(schema->id()).find_schema_name_version(name, version);
+    EXPECT_EQ(name, "conversion_test");
+    EXPECT_EQ(version, 3);  // not the system's version, 1
+    stoStub const* system = sto_as_stub(schema->parent());
+    ASSERT_NE(system, nullptr);
+    EXPECT_TRUE(system->type() == sto_type_stoSystem());
+    EXPECT_EQ(system->parent(), nullptr);
+    EXPECT_EQ(dynamic_cast<stoIntValue const&>(*system->id()).value(), sto_system()->version());
+    delete value;
+    a.destroy_stubs();
+}
+
+TEST(Analysis, OneAnalyserReusesValuesAcrossRootsAndForgetsDestroyedStubs)
+{
+    cnvNamed outside("outside");
+    cnvRoot first;
+    first.m_owned_a = new cnvLeaf;
+    first.m_shared_a = coPrf<cnvLeaf>(new cnvLeaf);
+    first.m_ref_a = &outside;
+    cnvRoot second;
+    second.m_early = first.m_owned_a;
+    second.m_shared_a = first.m_shared_a;
+    second.m_ref_a = &outside;
+
+    stoAnalyser a;
+    stoValue* one = a.raw_to_value(sto_type_cnvRoot(), &first);
+    a.stub_dangling_pointers();
+    ASSERT_NE(sto_as_stub(pointer_value(one, "m_ref_a")->pointee()), nullptr);
+    EXPECT_EQ(a.raw_to_value(sto_type_cnvRoot(), &first), one);
+    a.destroy_stubs();
+
+    stoValue* two = a.raw_to_value(sto_type_cnvRoot(), &second);
+    EXPECT_EQ(pointer_value(two, "m_early")->pointee(), pointer_value(one, "m_owned_a")->pointee());
+    ASSERT_NE(counted(two, "m_shared_a")->pointee(), nullptr);
+    EXPECT_EQ(counted(two, "m_shared_a")->counted().ref(), counted(one, "m_shared_a")->counted().ref());
+    // The destroyed stub is not found again: the pointer waits for a new one.
+    EXPECT_EQ(pointer_value(two, "m_ref_a")->pointee(), nullptr);
+    a.stub_dangling_pointers();
+    stoStub const* fresh = sto_as_stub(pointer_value(two, "m_ref_a")->pointee());
+    ASSERT_NE(fresh, nullptr);
+    EXPECT_EQ(string_of(fresh->id()), "outside");
+    delete one;
+    delete two;
+}
+
+// Once the stub mode is on, an owning or counted pointer to a stubbable object
+// is given the analyser's stub. The stub must still be freed exactly once:
+// either by the analyser or by the pointer, not by both.
+TEST(Analysis, OwnedStubbableObjectsOfALaterRootAreFreedOnce)
+{
+    cnvNamed outside("outside");
+    cnvRoot first;
+    first.m_ref_a = &outside;
+    cnvRoot second;
+    second.m_owned_named = new cnvNamed("owned");
+    second.m_shared_named = coPrf<cnvNamed>(new cnvNamed("shared"));
+    stoAnalyser a;
+    stoValue* one = a.raw_to_value(sto_type_cnvRoot(), &first);
+    a.stub_dangling_pointers();  // the stub mode stays on for the next root
+    stoValue* two = a.raw_to_value(sto_type_cnvRoot(), &second);
+    EXPECT_NE(pointer_value(two, "m_owned_named")->pointee(), nullptr);
+    EXPECT_NE(pointer_value(two, "m_shared_named")->pointee(), nullptr);
+    delete two;
+    delete one;
+    a.destroy_stubs();
+}
+
+// ===========================================================================
+// Round trips through the synthesiser
+// ===========================================================================
+
 TEST(Conversion, SharingOwnershipAndCyclesRoundTrip)
 {
-    sto_class_cnvLeaf()->build();  // its prototype lives as long as the class
+    sto_class_cnvLeaf()->build();  // prototypes live as long as their classes
+    sto_class_cnvRoot()->build();
     int before = g_live_leaves;
     {
         cnvRoot root;
@@ -125,27 +817,20 @@ TEST(Conversion, SharingOwnershipAndCyclesRoundTrip)
         ASSERT_NE(a.root, nullptr);
         // One value per live object: the two owning pointers and the plain one
         // lead to one value; the second owning pointer value stays null.
-        stoPtrValue const* early = sto_as_ptr(member(a.root, "cnvRoot", "m_early"));
-        stoPtrValue const* owned_a = sto_as_ptr(member(a.root, "cnvRoot", "m_owned_a"));
-        stoPtrValue const* owned_b = sto_as_ptr(member(a.root, "cnvRoot", "m_owned_b"));
+        stoPtrValue const* owned_a = pointer_value(a.root, "m_owned_a");
         ASSERT_NE(owned_a->pointee(), nullptr);
-        EXPECT_EQ(early->pointee(), owned_a->pointee());
-        EXPECT_EQ(owned_b->pointee(), nullptr);
-        stoPrfValue const* shared_a = dynamic_cast<stoPrfValue const*>(member(a.root, "cnvRoot", "m_shared_a"));
-        stoPrfValue const* shared_b = dynamic_cast<stoPrfValue const*>(member(a.root, "cnvRoot", "m_shared_b"));
-        ASSERT_NE(shared_a, nullptr);
-        EXPECT_EQ(shared_a->counted().ref(), shared_b->counted().ref());
-        EXPECT_EQ(sto_as_ptr(member(a.root, "cnvRoot", "m_self"))->pointee(), a.root);
-
+        EXPECT_EQ(pointer_value(a.root, "m_early")->pointee(), owned_a->pointee());
+        EXPECT_EQ(pointer_value(a.root, "m_owned_b")->pointee(), nullptr);
+        ASSERT_NE(counted(a.root, "m_shared_a"), nullptr);
+        EXPECT_EQ(counted(a.root, "m_shared_a")->counted().ref(),
+                  counted(a.root, "m_shared_b")->counted().ref());
+        EXPECT_EQ(pointer_value(a.root, "m_self")->pointee(), a.root);
         stoValuePtrcoSet all;
         a.root->participants(all);
         EXPECT_TRUE(all.contains(owned_a->pointee()));
 
         cnvRoot copy;
-        {
-            stoSynthesiser s;
-            s.synthesise(a.root, &copy);
-        }
+        stoSynthesiser().synthesise(a.root, &copy);
         ASSERT_NE(copy.m_owned_a, nullptr);
         EXPECT_EQ(copy.m_owned_a->m_value, 11);
         EXPECT_EQ(copy.m_owned_a->m_text, "owned");
@@ -179,16 +864,253 @@ TEST(Conversion, AnUnsavedSchemaFailsSynthesisWithoutLeaks)
     stoObject* value = new stoObject(cls);
     cnvLeaf target;
     stoSynthesiser s;
-    try {
-        s.synthesise(value, &target);
-        ADD_FAILURE() << "expected stoSchemaNotInMemoryException";
-    } catch (stoException* e) {
-        stoExceptioncoPrf owner(e);
-        stoSchemaNotInMemoryException* missing = stoSchemaNotInMemoryException::ut_dynamic_cast(e);
-        ASSERT_NE(missing, nullptr);
-        EXPECT_EQ(missing->schema_name(), "conversion_loaded");
-        EXPECT_EQ(missing->version(), 1);
-    }
+    auto missing = caught<stoSchemaNotInMemoryException>([&] { s.synthesise(value, &target); });
+    ASSERT_NE(missing, nullptr);
+    EXPECT_EQ(missing->schema_name(), "conversion_loaded");
+    EXPECT_EQ(missing->version(), 1);
     delete value;
     delete loaded;
+}
+
+namespace {
+
+// Finds the object a stub names: here, always the one it was given.
+struct StubFinder : stoSynthesiser {
+    cnvLeaf* answer = nullptr;
+    stoStub const* stub = nullptr;
+    void* field = nullptr;
+    stoTypeHandle field_type;
+    void look_up_stub(stoRWRawPtr const& f, stoStub const* s) override
+    {
+        stub = s;
+        field = f.write_ptr();
+        field_type = f.type();
+        *static_cast<cnvLeaf**>(f.write_ptr()) = answer;
+    }
+};
+
+}  // namespace
+
+TEST(Synthesis, StubsAndUnwrittenTargetsLeaveFieldsAsTheyWere)
+{
+    cnvLeaf sentinel;
+    stoObject* value = root_value();
+    stoObject* never_written = leaf_value(1);
+    set_member(value, "m_late", new stoPtrValue(root_type("m_late"), never_written));
+    set_member(value, "m_owned_a", new stoPrgValue(root_type("m_owned_a"), leaf_stub()));
+    stoPrfValue* shared = new stoPrfValue(root_type("m_shared_a"), stoValuecoPrf());
+    shared->set_pointee(leaf_stub());
+    set_member(value, "m_shared_a", shared);
+    cnvRoot root;
+    root.m_late = &sentinel;
+    cnvLeaf* kept = new cnvLeaf;
+    root.m_owned_a = kept;
+    root.m_shared_a = coPrf<cnvLeaf>(new cnvLeaf);
+    cnvLeaf* kept_shared = root.m_shared_a.get();
+    double* caller_block = new double[2]{1.5, 2.5};
+    root.m_values = caller_block;
+    root.m_n_values = 2;
+    stoSynthesiser().synthesise(value, &root);
+    EXPECT_EQ(root.m_late, &sentinel);
+    EXPECT_EQ(root.m_owned_a, kept);
+    EXPECT_EQ(root.m_shared_a.get(), kept_shared);
+    EXPECT_EQ(root.m_shared_a.count(), 1);
+    EXPECT_EQ(root.m_values, caller_block);  // a null array value writes nothing
+    EXPECT_EQ(root.m_n_values, 2);
+
+    // A synthesiser that knows where stubs live is asked, with the field.
+    stoObject* to_stub = root_value();
+    stoStub* stub = leaf_stub();
+    set_member(to_stub, "m_late", new stoPtrValue(root_type("m_late"), stub));
+    StubFinder finder;
+    finder.answer = &sentinel;
+    cnvRoot other;
+    finder.synthesise(to_stub, &other);
+    EXPECT_EQ(finder.stub, stub);
+    EXPECT_EQ(finder.field, static_cast<void*>(&other.m_late));
+    EXPECT_TRUE(finder.field_type == root_type("m_late"));
+    EXPECT_EQ(other.m_late, &sentinel);
+    delete to_stub;
+    delete stub;
+    delete value;
+    delete never_written;
+}
+
+TEST(Synthesis, ValuesThatDoNotFitLeaveTheirMemoryAlone)
+{
+    stoObject* value = root_value();
+    set_member(value, "m_small", new stoStringValue("12"));
+    set_member(value, "m_wide", new stoDoubleValue(2.0));
+    set_member(value, "m_text", new stoIntValue(5));
+    set_member(value, "m_owned_a", new stoIntValue(6));
+    stoArrayValue* five = new stoArrayValue(root_type("m_fixed"), 5);
+    for (int i = 0; i < 5; ++i)
+        five->set_element(i, new stoIntValue(i + 1));
+    set_member(value, "m_fixed", five);
+    set_member(value, "m_n_values", new stoIntValue(0));
+    set_member(value, "m_values", new stoArrayValue(root_type("m_values"), 0));
+    cnvRoot root;
+    cnvLeaf* kept = new cnvLeaf;
+    root.m_owned_a = kept;
+    ASSERT_EQ(reinterpret_cast<char*>(&root.m_guard) - reinterpret_cast<char*>(root.m_fixed), 12);
+    stoSynthesiser().synthesise(value, &root);
+    EXPECT_EQ(root.m_small, 77);
+    EXPECT_EQ(root.m_wide, 0);
+    EXPECT_EQ(root.m_text, "before");
+    EXPECT_EQ(root.m_owned_a, kept);
+    EXPECT_EQ(root.m_fixed[0], 1);
+    EXPECT_EQ(root.m_fixed[2], 3);
+    EXPECT_EQ(root.m_guard, 0x5a5a);
+    EXPECT_NE(root.m_values, nullptr);  // an empty block, not no block
+    EXPECT_EQ(root.m_n_values, 0);
+    delete value;
+
+    stoObject* too_big = root_value();
+    set_member(too_big, "m_wide", new stoIntValue(stoIntValue64Tag, 1LL << 33));
+    set_member(too_big, "m_small", new stoIntValue(stoIntValue64Tag, 1LL << 33));
+    cnvRoot target;
+    EXPECT_NE(caught<stoIntTooBigException>([&] { stoSynthesiser().synthesise(too_big, &target); }), nullptr);
+    EXPECT_EQ(target.m_small, 77);
+    delete too_big;
+    stoObject* wide = root_value();
+    set_member(wide, "m_wide", new stoIntValue(stoIntValue64Tag, 1LL << 33));
+    stoSynthesiser().synthesise(wide, &target);
+    EXPECT_EQ(target.m_wide, 1LL << 33);
+    delete wide;
+}
+
+TEST(Synthesis, AnOpaqueObjectIsFilledOnceAtCleanUpWithFinalPointers)
+{
+    stoClass const* opaque_class = sto_class_cnvOpaque();
+    stoClass const* holder_class = sto_class_cnvHolder();
+    stoObject* value = new stoObject(holder_class);
+    stoObject* leaf = leaf_value(5);
+    stoObject* opaque = new stoObject(opaque_class);
+    set_member(opaque, "m_count", new stoIntValue(4));
+    set_member(opaque, "m_target", new stoPtrValue(member_type(opaque_class, "m_target"), leaf));
+    set_member(value, "m_opaque", opaque);
+    set_member(value, "m_leaf", new stoPrgValue(member_type(holder_class, "m_leaf"), leaf));
+
+    int calls = g_model_to_opaque_calls;
+    cnvHolder holder;
+    {
+        stoSynthesiser s;
+        s.value_to_raw(value, &holder);
+        ASSERT_NE(holder.m_leaf, nullptr);
+        EXPECT_EQ(holder.m_leaf->m_value, 5);
+        EXPECT_EQ(g_model_to_opaque_calls, calls);  // not before clean-up
+        EXPECT_EQ(holder.m_opaque.m_link, nullptr);
+        s.clean_up();
+        EXPECT_EQ(g_model_to_opaque_calls, calls + 1);
+        EXPECT_EQ(holder.m_opaque.m_link, holder.m_leaf);  // set after the model was written
+        EXPECT_EQ(holder.m_opaque.m_hidden.size(), 4u);
+        holder.m_opaque.m_hidden.clear();
+        s.clean_up();
+    }
+    EXPECT_EQ(g_model_to_opaque_calls, calls + 1);
+    EXPECT_TRUE(holder.m_opaque.m_hidden.empty());
+
+    // The opaque object analyses back through its model.
+    stoAnalyser a;
+    holder.m_opaque.m_hidden.assign(3, 0);
+    stoValue* back = a.raw_to_value(sto_type_cnvHolder(), &holder);
+    stoValue const* back_opaque = member_value(back, "m_opaque");
+    ASSERT_NE(sto_as_object(back_opaque), nullptr);
+    EXPECT_EQ(dynamic_cast<stoIntValue const&>(*member_value(back_opaque, "m_count")).value(), 3);
+    EXPECT_EQ(pointer_value(back_opaque, "m_target")->pointee(), pointer_value(back, "m_leaf")->pointee());
+    delete back;
+    delete value;
+}
+
+// ===========================================================================
+// Stubs of meta objects
+// ===========================================================================
+
+// A type-handle slot receives the handle, a plain pointer slot the address;
+// the plain synthesiser leaves stubbed fields alone.
+TEST(TypeSynthesis, StubsOfClassesBasicTypesAndMembersResolveToTheLiveObjects)
+{
+    stoClassMemberIT members(sto_class_cnvLeaf());
+    ASSERT_TRUE(++members);
+    cnvRoot original;
+    original.m_kind = sto_type_cnvDerived();
+    original.m_basic = sto_type_double();
+    original.m_member = members();
+    original.m_class = sto_class_cnvLeaf();
+    Analysed a(sto_type_cnvRoot(), &original);
+    ASSERT_NE(a.root, nullptr);
+
+    cnvRoot copy;
+    stoTypeSynthesiser().synthesise(a.root, &copy);
+    EXPECT_TRUE(copy.m_kind == sto_type_cnvDerived());
+    EXPECT_EQ(copy.m_kind.type(), sto_type_cnvDerived().type());
+    EXPECT_EQ(copy.m_basic.type(), sto_type_double().type());
+    EXPECT_EQ(copy.m_member, original.m_member);
+    EXPECT_EQ(copy.m_class, sto_class_cnvLeaf());
+
+    cnvRoot untouched;
+    stoSynthesiser().synthesise(a.root, &untouched);
+    EXPECT_TRUE(untouched.m_kind.is_null());
+    EXPECT_EQ(untouched.m_member, nullptr);
+    EXPECT_EQ(untouched.m_class, nullptr);
+}
+
+namespace {
+
+// A class stub over a schema stub over the system stub, made by hand.
+struct StubChain {
+    stoStub* system;
+    stoStub* schema;
+    stoStub* cls;
+    StubChain(char const* schema_name, int version, char const* class_name)
+    {
+        system = new stoStub(sto_type_stoSystem(), nullptr, new stoIntValue(1));
+        stoSchemaID id(schema_name, version);
+        stoAnalyser a;
+        schema = new stoStub(sto_type_stoSchema(), system, a.raw_to_value(sto_type_stoSchemaID(), &id));
+        cls = new stoStub(sto_type_stoClass(), schema, new stoStringValue(class_name));
+    }
+    ~StubChain()
+    {
+        delete cls;
+        delete schema;
+        delete system;
+    }
+};
+
+}  // namespace
+
+TEST(TypeSynthesis, MissingSchemasAndClassesAreReported)
+{
+    sto_class_cnvRoot();
+    stoTypeOwner handle_type(stoTypeHandleType::make());
+    stoTypeHandle out;
+    auto look_up = [&](int version, char const* cls) {
+        StubChain chain("conversion_test", version, cls);
+        stoTypeSynthesiser().look_up_stub(stoRWRawPtr(handle_type, &out, handle_type->size()), chain.cls);
+    };
+    auto no_schema = caught<stoMissingSchemaException>([&] { look_up(5, "cnvRoot"); });
+    ASSERT_NE(no_schema, nullptr);
+    EXPECT_EQ(no_schema->schema_name(), "conversion_test");
+    EXPECT_EQ(no_schema->version(), 5);
+    auto no_class = caught<stoMissingClassException>([&] { look_up(3, "cnvAbsent"); });
+    ASSERT_NE(no_class, nullptr);
+    EXPECT_EQ(no_class->class_id(), "cnvAbsent");
+    EXPECT_EQ(no_class->schema_name(), "conversion_test");
+    EXPECT_EQ(no_class->schema_version(), 3);
+    EXPECT_TRUE(out.is_null());
+
+    look_up(3, "cnvRoot");
+    EXPECT_EQ(out.type(), sto_type_cnvRoot().type());
+    // A stub of a kind that names nothing leaves the slot untouched.
+    stoStub odd(sto_type_stoBase(), nullptr, new stoIntValue(3));
+    stoTypeSynthesiser().look_up_stub(stoRWRawPtr(handle_type, &out, handle_type->size()), &odd);
+    EXPECT_EQ(out.type(), sto_type_cnvRoot().type());
+
+    // Only the class's own members are found by name.
+    EXPECT_NE(find_class_member(sto_class_cnvDerived(), "m_extra"), nullptr);
+    EXPECT_EQ(find_class_member(sto_class_cnvDerived(), "m_value"), nullptr);
+    EXPECT_NE(find_class_member(sto_class_cnvLeaf(), "m_value"), nullptr);
+    EXPECT_EQ(find_class_member(sto_class_cnvLeaf(), ""), nullptr);
+    EXPECT_EQ(find_class_member(nullptr, "m_value"), nullptr);
 }

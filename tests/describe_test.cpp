@@ -126,7 +126,7 @@ int offset_of_base()
 
 }  // namespace
 
-TEST(Describe, RegistrationIsLazyAndBuildsOnce)
+TEST(Describe, RegistrationIsLazyBuildsOnceAndDeducesMemberKinds)
 {
     stoClass const* first = sto_class_dscNode();
     EXPECT_EQ(first, dscNode::sto_class());
@@ -138,18 +138,17 @@ TEST(Describe, RegistrationIsLazyAndBuildsOnce)
     EXPECT_EQ(first->number_of_inherited_members(), 3);
     EXPECT_EQ(g_builds_of_node, 1);
     // A class whose members point at itself describes without recursion.
-    EXPECT_EQ(members_of(first), (std::vector<std::string>{"m_id:int", "m_next:ptr(dscNode)", "m_child:prg(dscNode)"}));
-}
+    EXPECT_EQ(members_of(first),
+              (std::vector<std::string>{"m_id:int", "m_next:ptr(dscNode)", "m_child:prg(dscNode)"}));
 
-TEST(Describe, MemberKindsAreDeducedFromTheDeclarations)
-{
+    // Member kinds are deduced from the declarations.
     stoClass const* c = sto_class_dscItem();
     EXPECT_EQ(members_of(c),
               (std::vector<std::string>{"m_big:int", "m_flag:int", "m_colour:int", "m_bytes:stoByteArray",
                                         "m_embedded:dscNode", "m_shared:prf(dscNode)", "m_seen:ptr(dscNode)",
                                         "m_type:handle", "m_grid:fixed(fixed(int,3),2)",
-                                        "m_pair:fixed(ptr(dscNode),2)", "m_n_values:int", "m_values:var(double)",
-                                        "m_rows:var(int)", "m_owned:prg(dscNode)"}));
+                                        "m_pair:fixed(ptr(dscNode),2)", "m_n_values:int",
+                                        "m_values:var(double)", "m_rows:var(int)", "m_owned:prg(dscNode)"}));
     stoClassMemberIT it(c);
     ASSERT_TRUE(++it);
     EXPECT_EQ(it()->size(), 8);  // a 64-bit integer keeps its width
@@ -164,7 +163,8 @@ TEST(Describe, OffsetsComeFromThePrototypeWhateverTheLayout)
     stoClass const* c = sto_class_dscItem();
     int tagged_at = offset_of_base<dscTagged, dscItem>();
     ASSERT_GT(tagged_at, 0);
-    EXPECT_EQ(bases_of(c), (std::vector<std::string>{"dscAbstract@0", "dscTagged@" + std::to_string(tagged_at)}));
+    EXPECT_EQ(bases_of(c),
+              (std::vector<std::string>{"dscAbstract@0", "dscTagged@" + std::to_string(tagged_at)}));
 
     dscItem item;
     auto at = [&item](void const* member) {

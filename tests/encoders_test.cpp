@@ -175,7 +175,8 @@ TEST(EncodersLiteral, DecodesToTheBytesOrAnswersZero)
             EXPECT_EQ(d.out.str(), c.bytes ? c.bytes : "");
         }
         if (c.ok || c.consumed >= 0) {
-            EXPECT_EQ(d.consumed, c.consumed >= 0 ? c.consumed : static_cast<std::ptrdiff_t>(c.literal.size()));
+            EXPECT_EQ(d.consumed,
+                      c.consumed >= 0 ? c.consumed : static_cast<std::ptrdiff_t>(c.literal.size()));
         }
     }
 
@@ -226,23 +227,17 @@ TEST(EncodersLiteral, WriterEscapedBytesRoundTrip)
     }
 }
 
+// Nothing to read: the cursor at or past the end, or either pointer null.
 TEST(EncodersLiteral, NothingToReadAnswersZeroWithoutMoving)
 {
-    stoNullEncoder encoder;
     utString out("kept");
     const char text[] = "\"abc\"";
-    const char* cursor = text;
-    EXPECT_EQ(encoder.encode_string(cursor, text, out), 0);  // cursor == end
-    EXPECT_EQ(cursor, text);
-    const char* after = text + 3;
-    cursor = after;
-    EXPECT_EQ(encoder.encode_string(cursor, text, out), 0);  // cursor past end
-    EXPECT_EQ(cursor, after);
-    const char* null_cursor = nullptr;
-    EXPECT_EQ(encoder.encode_string(null_cursor, text + 5, out), 0);
-    cursor = text;
-    EXPECT_EQ(encoder.encode_string(cursor, nullptr, out), 0);
-    EXPECT_EQ(cursor, text);
+    for (auto [cursor, end] : {std::pair<const char*, const char*>{text, text}, {text + 3, text},
+                               {nullptr, text + 5}, {text, nullptr}}) {
+        const char* before = cursor;
+        EXPECT_EQ(stoNullEncoder().encode_string(cursor, end, out), 0);
+        EXPECT_EQ(cursor, before);
+    }
 }
 
 TEST(EncodersLiteral, RandomInputNeverReadsPastTheEnd)
@@ -456,7 +451,8 @@ TEST(EncodersChooser, DefaultsFillTheMissingEncodingsAndTypeSelectsTheEncoder)
     CountingEncoding local, source;
     auto make = [&](int type) {
         return stoIStringEncodercoPrg(
-            stoStringEncodingChooser(&local, &source, static_cast<stoEncoderType>(type)).encoding(utPtrRelease));
+            stoStringEncodingChooser(&local, &source, static_cast<stoEncoderType>(type))
+                .encoding(utPtrRelease));
     };
     for (int type : {0, 1}) {
         stoIStringEncodercoPrg e = make(type);
@@ -541,9 +537,8 @@ TEST(EncodersUtf8, EncodeAndScan)
 TEST(EncodersUtf8, ValidUtf8AcceptsWellFormedTextAndSurrogatesOnly)
 {
     stoEncodingConverter converter;
-    const char* accepted[] = {
-        "", "plain", "\xE2\x82\xAC", "\xC3\xA9t\xC3\xA9", "\xED\xA0\x80", "\xF4\x8F\xBF\xBF", "\xF0\x9F\x98\x80",
-    };
+    const char* accepted[] = {"",           "plain",          "\xE2\x82\xAC",      "\xC3\xA9t\xC3\xA9",
+                              "\xED\xA0\x80", "\xF4\x8F\xBF\xBF", "\xF0\x9F\x98\x80"};
     for (const char* t : accepted)
         EXPECT_EQ(converter.valid_utf8(t), 1) << hex(utString(t));
     EXPECT_EQ(converter.valid_utf8(nullptr), 1);

@@ -10,12 +10,9 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 namespace {
-
-// ------------------------------------------------------------ the class table
 
 // One class of the tree, seen through its static kind-test members and,
 // independently, through the language's own RTTI.
@@ -29,33 +26,29 @@ struct KindEntry {
 template <class X>
 KindEntry entry(char const* name)
 {
-    return {name, &X::ut_static_type(),
-            [](const stoException* e) -> void* { return X::ut_dynamic_cast(e); },
+    return {name, &X::ut_static_type(), [](const stoException* e) -> void* { return X::ut_dynamic_cast(e); },
             [](const stoException* e) { return dynamic_cast<const X*>(e) != nullptr; }};
 }
+#define KIND(X) entry<X>(#X)
 
-std::vector<KindEntry> const& all_classes()
-{
-    static std::vector<KindEntry> const table = {
-        entry<stoException>("stoException"),
-        entry<stoCPPToFileException>("stoCPPToFileException"),
-        entry<stoFileWriteFailureException>("stoFileWriteFailureException"),
-        entry<stoFileToCPPException>("stoFileToCPPException"),
-        entry<stoFileReadFailureException>("stoFileReadFailureException"),
-        entry<stoFileNotReadableException>("stoFileNotReadableException"),
-        entry<stoFileTooLargeException>("stoFileTooLargeException"),
-        entry<stoMissingClassException>("stoMissingClassException"),
-        entry<stoMissingSchemaException>("stoMissingSchemaException"),
-        entry<stoNoCurrentEquivalentException>("stoNoCurrentEquivalentException"),
-        entry<stoNoCurrentSchemaException>("stoNoCurrentSchemaException"),
-        entry<stoSchemaNotInMemoryException>("stoSchemaNotInMemoryException"),
-        entry<stoSynthesiserException>("stoSynthesiserException"),
-        entry<stoIntTooBigException>("stoIntTooBigException"),
-        entry<stoMigrationFailureException>("stoMigrationFailureException"),
-        entry<stoNonFiniteNumberException>("stoNonFiniteNumberException"),
-    };
-    return table;
-}
+std::vector<KindEntry> const kAllClasses = {
+    KIND(stoException),
+    KIND(stoCPPToFileException),
+    KIND(stoFileWriteFailureException),
+    KIND(stoFileToCPPException),
+    KIND(stoFileReadFailureException),
+    KIND(stoFileNotReadableException),
+    KIND(stoFileTooLargeException),
+    KIND(stoMissingClassException),
+    KIND(stoMissingSchemaException),
+    KIND(stoNoCurrentEquivalentException),
+    KIND(stoNoCurrentSchemaException),
+    KIND(stoSchemaNotInMemoryException),
+    KIND(stoSynthesiserException),
+    KIND(stoIntTooBigException),
+    KIND(stoMigrationFailureException),
+    KIND(stoNonFiniteNumberException),
+};
 
 // An application's own failures, derived from the abstract classes. The store
 // has no concrete migration failure, so the application's one is the only
@@ -72,129 +65,74 @@ struct AppMigrationFailure : stoMigrationFailureException {
     utString explanation() const override { return "application migration failure"; }
 };
 
-// A concrete class, a way to make one, the identity it reports and every
-// class it must count as.
+int g_app_destroyed;
+stoSchemaID const kSchema(utString("geometry"), 3);
+
+// A way to make a concrete class, the identity it reports and every class
+// it must count as besides stoException. Application classes have no identity
+// of their own: they answer with their base's and are found by its kind test.
 struct ConcreteCase {
-    std::string name;
-    std::string identity;
     std::function<stoException*()> make;
+    std::string identity;
     std::set<std::string> kinds;
 };
 
-std::vector<ConcreteCase> const& concrete_classes()
+std::set<std::string> read_failure(char const* own = nullptr)
 {
-    static std::set<std::string> const read_failure = {"stoException", "stoFileToCPPException",
-                                                       "stoFileReadFailureException"};
-    auto with = [](std::set<std::string> s, char const* own) {
+    std::set<std::string> s = {"stoFileToCPPException", "stoFileReadFailureException"};
+    if (own)
         s.insert(own);
-        return s;
-    };
-    static stoSchemaID const schema(utString("geometry"), 3);
-    static std::vector<ConcreteCase> const table = {
-        {"stoFileNotReadableException", "stoFileNotReadableException",
-         [] { return new stoFileNotReadableException("a.sto"); },
-         with(read_failure, "stoFileNotReadableException")},
-        {"stoFileTooLargeException", "stoFileTooLargeException",
-         [] { return new stoFileTooLargeException(); },
-         with(read_failure, "stoFileTooLargeException")},
-        {"stoMissingClassException", "stoMissingClassException",
-         [] { return new stoMissingClassException(schema, "Point"); },
-         with(read_failure, "stoMissingClassException")},
-        {"stoMissingSchemaException", "stoMissingSchemaException",
-         [] { return new stoMissingSchemaException(schema); },
-         with(read_failure, "stoMissingSchemaException")},
-        {"stoNoCurrentEquivalentException", "stoNoCurrentEquivalentException",
-         [] { return new stoNoCurrentEquivalentException(nullptr); },
-         with(read_failure, "stoNoCurrentEquivalentException")},
-        {"stoNoCurrentSchemaException", "stoNoCurrentSchemaException",
-         [] { return new stoNoCurrentSchemaException(schema); },
-         with(read_failure, "stoNoCurrentSchemaException")},
-        {"stoSchemaNotInMemoryException", "stoSchemaNotInMemoryException",
-         [] { return new stoSchemaNotInMemoryException(schema); },
-         with(read_failure, "stoSchemaNotInMemoryException")},
-        {"stoIntTooBigException", "stoIntTooBigException",
-         [] { return new stoIntTooBigException(); },
-         {"stoException", "stoFileToCPPException", "stoSynthesiserException", "stoIntTooBigException"}},
-        {"stoNonFiniteNumberException", "stoNonFiniteNumberException",
-         [] { return new stoNonFiniteNumberException(); },
-         {"stoException", "stoCPPToFileException", "stoFileWriteFailureException", "stoNonFiniteNumberException"}},
-        // Application classes have no identity of their own: they answer
-        // with their base's and are found by its kind test.
-        {"AppMigrationFailure", "stoMigrationFailureException",
-         [] { return new AppMigrationFailure(); },
-         {"stoException", "stoFileToCPPException", "stoMigrationFailureException"}},
-        {"AppReadFailure", "stoFileReadFailureException",
-         [] {
-             static int destroyed;
-             return new AppReadFailure(&destroyed);
-         },
-         read_failure},
-    };
-    return table;
+    return s;
 }
 
-const utTypeID& id_named(std::string const& name)
-{
-    for (KindEntry const& k : all_classes())
-        if (k.name == name)
-            return *k.id;
-    ADD_FAILURE() << "no class " << name << " in the table";
-    return stoException::ut_static_type();
-}
+std::vector<ConcreteCase> const kConcrete = {
+    {[] { return new stoFileNotReadableException("a.sto"); }, "stoFileNotReadableException",
+     read_failure("stoFileNotReadableException")},
+    {[] { return new stoFileTooLargeException(); }, "stoFileTooLargeException",
+     read_failure("stoFileTooLargeException")},
+    {[] { return new stoMissingClassException(kSchema, "Point"); }, "stoMissingClassException",
+     read_failure("stoMissingClassException")},
+    {[] { return new stoMissingSchemaException(kSchema); }, "stoMissingSchemaException",
+     read_failure("stoMissingSchemaException")},
+    {[] { return new stoNoCurrentEquivalentException(nullptr); }, "stoNoCurrentEquivalentException",
+     read_failure("stoNoCurrentEquivalentException")},
+    {[] { return new stoNoCurrentSchemaException(kSchema); }, "stoNoCurrentSchemaException",
+     read_failure("stoNoCurrentSchemaException")},
+    {[] { return new stoSchemaNotInMemoryException(kSchema); }, "stoSchemaNotInMemoryException",
+     read_failure("stoSchemaNotInMemoryException")},
+    {[] { return new stoIntTooBigException(); }, "stoIntTooBigException",
+     {"stoFileToCPPException", "stoSynthesiserException", "stoIntTooBigException"}},
+    {[] { return new stoNonFiniteNumberException(); }, "stoNonFiniteNumberException",
+     {"stoCPPToFileException", "stoFileWriteFailureException", "stoNonFiniteNumberException"}},
+    {[] { return new AppMigrationFailure(); }, "stoMigrationFailureException",
+     {"stoFileToCPPException", "stoMigrationFailureException"}},
+    {[] { return new AppReadFailure(&g_app_destroyed); }, "stoFileReadFailureException", read_failure()},
+};
 
-// Only classes that name a failure can be made; the others exist to group
-// failures for catch clauses and for the kind test.
-static_assert(std::is_abstract_v<stoException>);
-static_assert(std::is_abstract_v<stoCPPToFileException>);
-static_assert(std::is_abstract_v<stoFileWriteFailureException>);
-static_assert(std::is_abstract_v<stoFileToCPPException>);
-static_assert(std::is_abstract_v<stoFileReadFailureException>);
-static_assert(std::is_abstract_v<stoSynthesiserException>);
-static_assert(std::is_abstract_v<stoMigrationFailureException>);
-static_assert(!std::is_abstract_v<stoFileTooLargeException>);
-static_assert(!std::is_abstract_v<stoIntTooBigException>);
-static_assert(!std::is_abstract_v<stoNonFiniteNumberException>);
-static_assert(std::has_virtual_destructor_v<stoException>);
-static_assert(std::is_same_v<stoExceptioncoPrf, coPrf<stoException>>);
-
-// ------------------------------------------------------------ kind tests
-
-// Every concrete class (and the application's own failures) against
-// every class of the tree. The kind test walks a chain of bases written out
-// by hand, while catch clauses go by the language's inheritance: the kind
-// test, the checked cast and dynamic_cast must all agree, and a successful
-// cast must not move the pointer.
+// Every concrete class (and the application's own failures) against every
+// class of the tree. The kind test walks a chain of bases written out by
+// hand, while catch clauses go by the language's inheritance: the kind test,
+// the checked cast and dynamic_cast must all agree, and a successful cast must
+// not move the pointer. Each identity carries its class's name; down-casts of
+// null stay null.
 TEST(ExceptionKind, EveryConcreteClassAgainstEveryClass)
 {
-    for (ConcreteCase const& c : concrete_classes()) {
+    for (ConcreteCase const& c : kConcrete) {
         std::unique_ptr<stoException> e(c.make());
-        EXPECT_EQ(&e->ut_dynamic_type(), &id_named(c.identity)) << c.name;
-        for (KindEntry const& k : all_classes()) {
-            SCOPED_TRACE(c.name + " as " + k.name);
-            bool const expected = c.kinds.count(k.name) != 0;
+        EXPECT_STREQ(e->ut_dynamic_type().name(), c.identity.c_str());
+        for (KindEntry const& k : kAllClasses) {
+            SCOPED_TRACE(c.identity + " as " + k.name);
+            bool const expected = k.name == "stoException" || c.kinds.count(k.name) != 0;
             EXPECT_EQ(e->ut_is_kind_of(*k.id), expected ? 1 : 0);
             EXPECT_EQ(k.rtti_is(e.get()), expected);
-            void* cast = k.ut_cast(e.get());
-            if (expected) {
-                EXPECT_EQ(cast, static_cast<void*>(e.get()));
-            } else {
-                EXPECT_EQ(cast, nullptr);
-            }
+            EXPECT_EQ(k.ut_cast(e.get()), expected ? static_cast<void*>(e.get()) : nullptr);
         }
     }
-}
-
-// Each class's identity carries its name; the matrix above shows that no two
-// share one. Down-casts of null stay null.
-TEST(ExceptionKind, IdentitiesAreNamedAndNullCastsToNull)
-{
-    for (KindEntry const& k : all_classes()) {
+    for (KindEntry const& k : kAllClasses) {
         EXPECT_STREQ(k.id->name(), k.name.c_str());
         EXPECT_EQ(k.ut_cast(nullptr), nullptr) << k.name;
     }
 }
-
-// ------------------------------------------------------------ explanations
 
 // Through the base pointer, as a catch site sees them.
 TEST(ExceptionExplanation, Texts)
@@ -220,22 +158,19 @@ TEST(ExceptionExplanation, Texts)
     }
 }
 
-// ------------------------------------------------------------ accessors
-
 // The schema identity is copied in: the exception outlives the identity it
-// was made from, as it does when thrown out of the scope that made it.
-TEST(ExceptionAccessors, SchemaIdentityIsCopied)
+// was made from, as it does when thrown out of the scope that made it. A file
+// name keeps null apart from empty.
+TEST(ExceptionAccessors, SchemaIdentityIsCopiedAndNamesKeepNullApart)
 {
     std::unique_ptr<stoMissingClassException> missing_class;
     std::unique_ptr<stoMissingSchemaException> missing_schema;
-    std::unique_ptr<stoNoCurrentSchemaException> no_current;
     std::unique_ptr<stoSchemaNotInMemoryException> not_in_memory;
     {
         stoSchemaID id(utString("annotation"), 7);
         utString class_id("annNote");
         missing_class.reset(new stoMissingClassException(id, class_id));
         missing_schema.reset(new stoMissingSchemaException(id));
-        no_current.reset(new stoNoCurrentSchemaException(stoSchemaID(utString("gdt"), 0)));
         not_in_memory.reset(new stoSchemaNotInMemoryException(stoSchemaID(utString("voronoi"), -2)));
         class_id += "_changed";
     }
@@ -244,21 +179,17 @@ TEST(ExceptionAccessors, SchemaIdentityIsCopied)
     EXPECT_EQ(missing_class->class_id(), "annNote");
     EXPECT_EQ(missing_schema->schema_name(), "annotation");
     EXPECT_EQ(missing_schema->version(), 7);
-    EXPECT_EQ(no_current->schema_name(), "gdt");
-    EXPECT_EQ(no_current->version(), 0);
     EXPECT_EQ(not_in_memory->schema_name(), "voronoi");
     EXPECT_EQ(not_in_memory->version(), -2);
-}
+    stoNoCurrentSchemaException no_current(stoSchemaID(utString("gdt"), 0));
+    EXPECT_EQ(no_current.schema_name(), "gdt");
+    EXPECT_EQ(no_current.version(), 0);
 
-TEST(ExceptionAccessors, AFileNameKeepsNullApartFromEmpty)
-{
     EXPECT_EQ(stoFileNotReadableException("").file_name().is_null(), 0);
     EXPECT_NE(stoFileNotReadableException(utString()).file_name().is_null(), 0);
     stoClass const* cls = sto_class_stoSchemaID();
     EXPECT_EQ(stoNoCurrentEquivalentException(cls).missing_class(), cls);
 }
-
-// ------------------------------------------------------------ throwing and ownership
 
 // The store's catch sites rely on the clauses picking by branch: a
 // synthesiser failure must pass a read-failure clause and land in the
@@ -282,7 +213,8 @@ TEST(ExceptionThrow, CatchClausesFollowTheBranches)
         }
         return "nothing thrown";
     };
-    EXPECT_EQ(which([] { throw new stoNoCurrentSchemaException(stoSchemaID(utString("s"), 1)); }), "read failure");
+    EXPECT_EQ(which([] { throw new stoNoCurrentSchemaException(stoSchemaID(utString("s"), 1)); }),
+              "read failure");
     EXPECT_EQ(which([] { throw new stoIntTooBigException(); }), "file to objects");
     EXPECT_EQ(which([] { throw new AppMigrationFailure(); }), "file to objects");
     EXPECT_EQ(which([] { throw new stoNonFiniteNumberException(); }), "passed on");
@@ -314,4 +246,4 @@ TEST(ExceptionThrow, CountedOwnerDeletesThroughTheVirtualDestructor)
     EXPECT_EQ(name.share_count(), 1);
 }
 
-} // namespace
+}  // namespace

@@ -18,14 +18,18 @@ namespace {
 
 using Key = std::pair<std::uintptr_t, stoType const*>;
 
-stoValue* fake_value(unsigned n) { return reinterpret_cast<stoValue*>(static_cast<std::uintptr_t>(n + 1) * 16); }
+stoValue* fake_value(unsigned n)
+{
+    return reinterpret_cast<stoValue*>(static_cast<std::uintptr_t>(n + 1) * 16);
+}
 
 void expect_same(stoLiveObjectTable const& table, std::map<Key, stoValue*> const& oracle)
 {
     ASSERT_EQ(table.size(), static_cast<int>(oracle.size()));
     std::map<Key, stoValue*> seen;
     table.for_each([&](stoLiveObject const& k, stoAnalysedEntry const& entry) {
-        EXPECT_TRUE(seen.emplace(Key(reinterpret_cast<std::uintptr_t>(k.ptr), k.type.type()), entry.value()).second);
+        EXPECT_TRUE(
+            seen.emplace(Key(reinterpret_cast<std::uintptr_t>(k.ptr), k.type.type()), entry.value()).second);
     });
     EXPECT_EQ(seen, oracle);
 }
@@ -115,7 +119,8 @@ TEST(AddressTable, AgreesWithAnOracleAcrossGrowth)
         }
         ASSERT_EQ(table.size(), static_cast<int>(oracle.size()));
         std::map<std::uintptr_t, std::uintptr_t> seen;
-        table.for_each([&](void const* k, std::uintptr_t v) { seen[reinterpret_cast<std::uintptr_t>(k)] = v; });
+        table.for_each(
+            [&](void const* k, std::uintptr_t v) { seen[reinterpret_cast<std::uintptr_t>(k)] = v; });
         EXPECT_EQ(seen, oracle);
     }
     // The null address has no entry, however often it is asked for.

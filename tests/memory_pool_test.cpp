@@ -2,7 +2,8 @@
 // going back to the heap with their last allocation, the disabled pool and the
 // enabler scopes, the stream size conversions, and the value allocator that
 // frees every value through whatever made it.
-#include "support/exceptions.h"
+#include "test_support.h"
+
 #include "support/memory_pool.h"
 
 #include <gtest/gtest.h>
@@ -25,10 +26,16 @@ public:
     static int used(stoMemoryBlock* b) { return b->*(&BlockProbe::m_used); }
     static int size(stoMemoryBlock* b) { return b->*(&BlockProbe::m_size); }
     static int live(stoMemoryBlock* b) { return b->*(&BlockProbe::m_live); }
-    static int has_room(stoMemoryBlock* b, unsigned int n) { return (b->*(&BlockProbe::enough_space_left))(n); }
+    static int has_room(stoMemoryBlock* b, unsigned int n)
+    {
+        return (b->*(&BlockProbe::enough_space_left))(n);
+    }
 };
 
-long offset_in(stoMemoryBlock* block, void* p) { return static_cast<char*>(p) - reinterpret_cast<char*>(block); }
+long offset_in(stoMemoryBlock* block, void* p)
+{
+    return static_cast<char*>(p) - reinterpret_cast<char*>(block);
+}
 
 bool aligned8(void* p) { return reinterpret_cast<std::uintptr_t>(p) % 8 == 0; }
 
@@ -49,46 +56,41 @@ TEST(MemoryPool, AllocationsBumpThroughAlignedSlotsAndOpenANewBlockWhenFull)
     EXPECT_EQ(pool.live_blocks(), 0);
     EXPECT_EQ(pool.enable_memory_pool(1), 0);
 
-    // 16 header bytes, then the 8-byte word, then the payload.
-    void* a = pool.allocate(8);
-    stoMemoryBlock* first = BlockProbe::block_of(a);
-    EXPECT_EQ(offset_in(first, a), 24);
-    EXPECT_EQ(BlockProbe::size(first), 64);
-    EXPECT_EQ(BlockProbe::used(first), 32);
-    EXPECT_EQ(pool.live_blocks(), 1);
-
-    void* b = pool.allocate(8);
-    EXPECT_EQ(BlockProbe::block_of(b), first);
-    EXPECT_EQ(offset_in(first, b), 40);
+    // 16 header bytes, then the 8-byte word, then the payload rounded up to
+    // 8 bytes, so that what follows stays aligned.
+    struct Step {
+        unsigned int size;
+        std::size_t block;
+        long offset;
+        int used;
+    } const steps[] = {
+        {8, 0, 24, 32}, {8, 0, 40, 48},
+        {24, 1, 24, 48},  // needs 32, 16 remain in the first block
+        {3, 1, 56, 64},   // the second block's last 16 bytes exactly
+        {5, 2, 24, 32},   {1, 2, 40, 48},
+    };
+    std::vector<void*> p;
+    std::vector<stoMemoryBlock*> blocks;
+    for (Step const& step : steps) {
+        p.push_back(pool.allocate(step.size));
+        stoMemoryBlock* block = BlockProbe::block_of(p.back());
+        if (step.block == blocks.size())
+            blocks.push_back(block);
+        SCOPED_TRACE(p.size());
+        EXPECT_EQ(block, blocks[step.block]);
+        EXPECT_EQ(offset_in(block, p.back()), step.offset);
+        EXPECT_EQ(BlockProbe::used(block), step.used);
+        EXPECT_EQ(BlockProbe::size(block), 64);
+        EXPECT_TRUE(aligned8(p.back()));
+        EXPECT_EQ(pool.live_blocks(), static_cast<int>(blocks.size()));
+    }
+    stoMemoryBlock* first = blocks[0];
     EXPECT_EQ(BlockProbe::used(first), 48);
     EXPECT_EQ(BlockProbe::live(first), 2);
     // 16 bytes left: exactly one word and 8 bytes; 9 bytes round up to 16.
     EXPECT_TRUE(BlockProbe::has_room(first, 8));
     EXPECT_FALSE(BlockProbe::has_room(first, 9));
-
-    // 24 bytes need 32, 16 remain.
-    void* c = pool.allocate(24);
-    stoMemoryBlock* second = BlockProbe::block_of(c);
-    EXPECT_NE(second, first);
-    EXPECT_EQ(offset_in(second, c), 24);
-    EXPECT_EQ(pool.live_blocks(), 2);
-    EXPECT_EQ(BlockProbe::used(first), 48);
-
-    // The second block's last 16 bytes take one more small request exactly.
-    void* d = pool.allocate(3);
-    EXPECT_EQ(BlockProbe::block_of(d), second);
-    EXPECT_EQ(offset_in(second, d), 56);
-    EXPECT_EQ(BlockProbe::used(second), 64);
-
-    // Odd sizes are rounded up, so what follows stays 8-byte aligned.
-    void* e = pool.allocate(5);
-    stoMemoryBlock* third = BlockProbe::block_of(e);
-    EXPECT_NE(third, second);
-    void* f = pool.allocate(1);
-    EXPECT_EQ(offset_in(third, f), 40);
-    for (void* p : {a, b, c, d, e, f})
-        EXPECT_TRUE(aligned8(p));
-    EXPECT_EQ(pool.live_blocks(), 3);
+    void *a = p[0], *b = p[1], *c = p[2], *d = p[3], *e = p[4], *f = p[5];
 
     // Freeing both allocations of the first block releases it.
     pool.deallocate(a);
@@ -225,17 +227,10 @@ TEST(MemoryPool, StreamSizesConvertOnlyWithinTheSigned32BitRange)
         EXPECT_EQ(streamsize_to_stoMemorySize(fits), fits);
         EXPECT_EQ(stoMemorySize_to_streamsize(static_cast<int>(fits)), fits);
     }
-    for (long long too_large : {2147483648LL, -2147483649LL, LLONG_MAX, LLONG_MIN, 4294967296LL}) {
-        stoException* caught = nullptr;
-        try {
-            streamsize_to_stoMemorySize(too_large);
-        } catch (stoException* e) {
-            caught = e;
-        }
-        ASSERT_NE(caught, nullptr) << too_large;
-        EXPECT_NE(stoFileTooLargeException::ut_dynamic_cast(caught), nullptr);
-        delete caught;
-    }
+    for (long long too_large : {2147483648LL, -2147483649LL, LLONG_MAX, LLONG_MIN, 4294967296LL})
+        EXPECT_NE(sto_test::caught<stoFileTooLargeException>([&] { streamsize_to_stoMemorySize(too_large); }),
+                  nullptr)
+            << too_large;
 }
 
 TEST(MemoryPool, ManyAllocationsAcrossManyBlocksStayDisjointAndAllGoBack)

@@ -1,18 +1,55 @@
-// The utility and container layer as the store relies on it: null versus
-// empty strings and shared string buffers, the answers of sets and tables,
-// the hand-over and counting of the pointer kinds, stable element addresses,
-// and pointer hashes over the whole address.
+// The platform layer as the store relies on it: null versus empty strings and
+// shared string buffers, the answers of sets and tables, the hand-over and
+// counting of the pointer kinds, stable element addresses, and pointer hashes
+// over the whole address. Text and files: the Unicode string and its UTF-8
+// forms, the Windows-1252 code page (checked against a hand-written table and
+// against the C library's converter), the failure flags, the file test, and
+// file streams opened by mode value.
 #include "test_support.h"
+
+#include "platform/om_stream.h"
+#include "platform/ve_string.h"
 
 #include <gtest/gtest.h>
 
+#include <iconv.h>
+
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
+
+std::string output_path(const char* name)
+{
+    return std::string(STO_TEST_OUTPUT_DIR) + "/" + name;
+}
+
+// The C library's reading of one Windows-1252 byte, or -1 when it rejects
+// the byte or has no such converter (-2).
+long iconv_cp1252(unsigned char byte)
+{
+    iconv_t cd = iconv_open("UTF-32LE", "CP1252");
+    if (cd == reinterpret_cast<iconv_t>(-1))
+        return -2;
+    char in[1] = {static_cast<char>(byte)};
+    unsigned char out[8] = {};
+    char* inp = in;
+    char* outp = reinterpret_cast<char*>(out);
+    size_t inleft = 1;
+    size_t outleft = sizeof out;
+    size_t r = iconv(cd, &inp, &inleft, &outp, &outleft);
+    iconv_close(cd);
+    if (r == static_cast<size_t>(-1) || sizeof out - outleft != 4)
+        return -1;
+    return static_cast<long>(out[0] | (out[1] << 8) | (out[2] << 16) |
+                             (static_cast<unsigned long>(out[3]) << 24));
+}
+
 
 int g_deaths;
 
@@ -36,13 +73,11 @@ TEST(Platform, NullAndEmptyStringsStayDistinctAndCopiesShareUntilChanged)
     EXPECT_FALSE(empty.is_null());
     EXPECT_FALSE(null == empty);
     EXPECT_FALSE(empty == null);
-    EXPECT_TRUE(null == utString());
-    EXPECT_TRUE(empty == utString(""));
-    EXPECT_EQ(null.length(), 0);
-    EXPECT_EQ(empty.length(), 0);
-    EXPECT_STREQ(null.c_str(), "");
     EXPECT_FALSE(null == "");
     EXPECT_TRUE(empty == "");
+    EXPECT_TRUE(null == utString());
+    EXPECT_EQ(null.length() + empty.length(), 0);
+    EXPECT_STREQ(null.c_str(), "");
     EXPECT_TRUE(utString(static_cast<char const*>(nullptr)).is_null());
 
     // Appending, even nothing, makes a null string real.
@@ -74,6 +109,11 @@ TEST(Platform, NullAndEmptyStringsStayDistinctAndCopiesShareUntilChanged)
     EXPECT_TRUE(c.is_null());
     EXPECT_EQ(a.share_count(), 1);
     EXPECT_EQ(null.share_count(), 0);
+    utString d(a);
+    utString& alias = a;  // assigning a shared string to itself keeps it whole
+    a = alias;
+    EXPECT_EQ(a.str(), "hello");
+    EXPECT_EQ(d.share_count(), 2);
 
     // Embedded zero bytes are part of the string.
     utString z(utStringArray, "a\0b\0", 4);
@@ -94,18 +134,6 @@ TEST(Platform, NullAndEmptyStringsStayDistinctAndCopiesShareUntilChanged)
     EXPECT_NE(x.c_str(), y.c_str());
     EXPECT_EQ(co_hash(x), co_hash(y));
     EXPECT_EQ(co_hash(z), co_hash(utString(utStringArray, "a\0b\0", 4)));
-}
-
-// Assigning a string to itself, here through a reference, keeps it whole.
-TEST(Platform, StringSelfAssignmentKeepsTheString)
-{
-    utString a("hello");
-    utString b(a);
-    utString& alias = a;
-    a = alias;
-    EXPECT_FALSE(a.is_null());
-    EXPECT_EQ(a.str(), "hello");
-    EXPECT_EQ(b.share_count(), 2);
 }
 
 TEST(Platform, SetsAnswerThePresentElementAndTablesCreateOnRead)
@@ -255,4 +283,238 @@ TEST(Platform, ElementsStayPutAndPointersHashEveryByte)
     EXPECT_EQ(set.add(high), nullptr);
     EXPECT_EQ(set.add(low), low);
     EXPECT_EQ(set.size(), 2);
+}
+
+// ---------------------------------------------------------------------------
+// veString
+// ---------------------------------------------------------------------------
+
+TEST(PlatformIoStrings, Utf8AndCodesConvertBothWaysAndIllFormedInputFails)
+{
+    struct Case {
+        const char* text;  // null: none at all
+        std::u32string codes;
+        bool fails;
+    };
+    const Case cases[] = {
+        {"A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", {U'A', 0xE9, 0x20AC, 0x1F600}, false},
+        {"", U"", false},
+        {nullptr, U"", false},
+        {"\x80", U"\uFFFD", true},                      // lone tail byte
+        {"\xC0\x80", U"\uFFFD\uFFFD", true},            // overlong zero
+        {"\xE0\x80\x80", U"\uFFFD\uFFFD\uFFFD", true},  // overlong three bytes
+        {"\xED\xA0\x80", U"\uFFFD\uFFFD\uFFFD", true},  // surrogate
+        {"\xF4\x90\x80\x80", U"\uFFFD\uFFFD\uFFFD\uFFFD", true},  // 0x110000
+        {"a\xE2\x82", U"a\uFFFD", true},  // cut short: one for the start
+        {"\xE2\x82z", U"\uFFFDz", true},
+        {"\xFF", U"\uFFFD", true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text ? c.text : "null");
+        int failure = 7;  // every call assigns the flag
+        veString s(veStringUTF8, c.text, failure);
+        EXPECT_EQ(failure != 0, c.fails);
+        EXPECT_EQ(s.codes(), c.codes);
+        if (!c.fails) {
+            EXPECT_STREQ(s.convert(veStringUTF8), c.text ? c.text : "");
+        }
+    }
+
+    int failure = 7;
+    const char32_t codes[] = {0x41, 0xE9, 0x20AC, 0x10FFFF};
+    EXPECT_STREQ(veString(veStringUTF32, codes, 4, failure).convert(veStringUTF8),
+                 "A\xC3\xA9\xE2\x82\xAC\xF4\x8F\xBF\xBF");
+    EXPECT_EQ(failure, 0);
+    EXPECT_EQ(veString(veStringUTF32, codes, 0, failure).length(), 0);
+    const unsigned int bad[] = {0x41, 0xD800, 0x110000};
+    EXPECT_EQ(veString(veStringUTF32, bad, 3, failure).codes(), (std::u32string{U'A', 0xFFFD, 0xFFFD}));
+    EXPECT_NE(failure, 0);
+
+    // Copies and assignment keep their own UTF-8 form.
+    veString a(veStringUTF8, "\xC3\xA9t\xC3\xA9", failure);
+    EXPECT_STREQ(a.convert(veStringUTF8), "\xC3\xA9t\xC3\xA9");  // made and kept
+    veString b = a;
+    a = veString(veStringUTF8, "x", failure);
+    EXPECT_STREQ(a.convert(veStringUTF8), "x");
+    EXPECT_STREQ(b.convert(veStringUTF8), "\xC3\xA9t\xC3\xA9");
+    EXPECT_TRUE(b == veString(veStringUTF8, "\xC3\xA9t\xC3\xA9", failure));
+}
+
+// ---------------------------------------------------------------------------
+// Encodings
+// ---------------------------------------------------------------------------
+
+TEST(PlatformIoStrings, ChooserAnswersLastingCodePageAndUtf8Encodings)
+{
+    const veIStringEncoding* mb = nullptr;
+    const veIStringEncoding* ut = nullptr;
+    {
+        veStringEncodingChooser chooser;
+        mb = chooser.mb_encoding();
+        ut = chooser.ut_encoding();
+    }
+    ASSERT_NE(mb, nullptr);
+    ASSERT_NE(ut, nullptr);
+    EXPECT_EQ(mb, veStringEncodingChooser::mb_encoding());
+    EXPECT_STREQ(mb->name(), "Windows-1252");
+    EXPECT_STREQ(ut->name(), "UTF-8");
+}
+
+// Every byte against the C library's converter, where it has one; these
+// rows hold where it has none. 0: undefined, which fails and reads as a
+// replacement character. Every defined byte encodes back to itself.
+TEST(PlatformIoStrings, Windows1252DecodesItsOwnRangeAndRoundTripsEveryDefinedByte)
+{
+    const std::pair<unsigned char, char32_t> rows[] = {
+        {0x41, 0x41}, {0x80, 0x20AC}, {0x8A, 0x0160}, {0x9F, 0x0178}, {0xA0, 0x00A0}, {0xFF, 0x00FF},
+        {0x81, 0},    {0x8D, 0},      {0x8F, 0},      {0x90, 0},      {0x9D, 0},
+    };
+    const veIStringEncoding* cp = veStringEncodingChooser::mb_encoding();
+    for (auto [byte, code] : rows) {
+        char text[4] = {'a', static_cast<char>(byte), 'b', 0};
+        int failure = 7;
+        veString s = cp->decode(text, failure);
+        EXPECT_EQ(failure != 0, code == 0) << int(byte);
+        EXPECT_EQ(s.codes(), (std::u32string{U'a', code ? code : 0xFFFD, U'b'})) << int(byte);
+    }
+
+    bool have_iconv = iconv_cp1252('A') != -2;
+    std::string all;
+    for (int b = 1; b < 256; ++b) {
+        char text[2] = {static_cast<char>(b), 0};
+        int failure = 0;
+        veString s = cp->decode(text, failure);
+        if (failure == 0)
+            all += static_cast<char>(b);
+        long expected = have_iconv ? iconv_cp1252(static_cast<unsigned char>(b)) : -3;
+        if (expected == -1) {
+            EXPECT_NE(failure, 0) << b;
+        } else if (expected >= 0) {
+            EXPECT_EQ(failure, 0) << b;
+            EXPECT_EQ(s.codes(), std::u32string(1, static_cast<char32_t>(expected))) << b;
+        }
+    }
+    EXPECT_EQ(all.size(), 250u);
+    int failure = 7;
+    veString s = cp->decode(all.c_str(), failure);
+    EXPECT_EQ(failure, 0);
+    EXPECT_EQ(s.length(), 250);
+    failure = 7;
+    EXPECT_EQ(cp->encode(s, failure).str(), all);
+    EXPECT_EQ(failure, 0);
+
+    // U+0081 is a C1 control: its byte is undefined, so it cannot go there.
+    for (char32_t c : {char32_t(0x4E2D), char32_t(0x0081), char32_t(0x0100), char32_t(0x1F600)}) {
+        const char32_t codes[] = {U'a', c};
+        veString t(veStringUTF32, codes, 2, failure);
+        ASSERT_EQ(failure, 0);
+        EXPECT_EQ(cp->encode(t, failure).str(), "a?") << unsigned(c);
+        EXPECT_NE(failure, 0) << unsigned(c);
+    }
+}
+
+TEST(PlatformIoStrings, Utf8EncodingDecodesStrictlyAndEncodesEverything)
+{
+    const veIStringEncoding* ut = veStringEncodingChooser::ut_encoding();
+    int failure = 7;
+    veString s = ut->decode("\xE2\x82\xAC", failure);
+    EXPECT_EQ(failure, 0);
+    EXPECT_EQ(s.codes(), std::u32string(1, 0x20AC));
+    EXPECT_EQ(ut->encode(s, failure).str(), "\xE2\x82\xAC");
+    EXPECT_EQ(failure, 0);
+    ut->decode("\xE9", failure);
+    EXPECT_NE(failure, 0);
+
+    // A U+0000 inside the text survives encoding.
+    const char32_t codes[] = {U'a', 0, U'b'};
+    veString z(veStringUTF32, codes, 3, failure);
+    EXPECT_EQ(ut->encode(z, failure).length(), 3);
+    EXPECT_EQ(failure, 0);
+}
+
+// ---------------------------------------------------------------------------
+// Files and streams
+// ---------------------------------------------------------------------------
+
+TEST(PlatformIoFiles, ModeValuesMapToStandardOpenModes)
+{
+    EXPECT_EQ(om_open_mode(1), std::ios_base::in);
+    EXPECT_EQ(om_open_mode(2), std::ios_base::out);
+    EXPECT_EQ(om_open_mode(33), std::ios_base::in | std::ios_base::binary);
+    EXPECT_EQ(om_open_mode(omOut | omTrunc | omBinary),
+              std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
+    EXPECT_EQ(om_open_mode(omApp | omAte), std::ios_base::app | std::ios_base::ate);
+}
+
+// Bytes written by the output stream read back whole; mode 2 truncates and
+// writes like any ostream; the file test sees files but not folders or
+// missing names, which no stream opens.
+TEST(PlatformIoFiles, FilesWrittenByOutputStreamsReadBackByteForByte)
+{
+    std::string path = output_path("platform_io_bytes.bin");
+    std::string bytes;
+    for (int round = 0; round < 3; ++round)
+        for (int b = 0; b < 256; ++b)
+            bytes += static_cast<char>(b);  // zeros, CR LF and 0x1A included
+    {
+        omOFStream out;
+        out.open(path.c_str(), omOut | omBinary);
+        ASSERT_TRUE(out.good());
+        std::ostream& as_ostream = out;
+        as_ostream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        ASSERT_TRUE(out.good());
+    }
+    omIFStream in(path.c_str(), 33);
+    ASSERT_TRUE(in.good());
+    in.seekg(0, std::ios::end);
+    std::streamoff size = in.tellg();
+    EXPECT_EQ(size, static_cast<std::streamoff>(bytes.size()));
+    in.seekg(0, std::ios::beg);
+    EXPECT_EQ(std::streamoff(in.tellg()), 0);
+    std::vector<char> buffer(bytes.size() + 10);
+    in.read(buffer.data(), static_cast<std::streamsize>(size));
+    EXPECT_EQ(in.gcount(), size);
+    EXPECT_TRUE(in.good());
+    EXPECT_EQ(std::string(buffer.data(), static_cast<std::size_t>(size)), bytes);
+    // Asking for more than is left delivers what there is.
+    in.seekg(-5, std::ios::end);
+    in.read(buffer.data(), 10);
+    EXPECT_EQ(in.gcount(), 5);
+    EXPECT_FALSE(in.good());
+    EXPECT_EQ(std::string(buffer.data(), 5), bytes.substr(bytes.size() - 5));
+
+    std::string text = output_path("platform_io_text.txt");
+    {
+        omOFStream out;
+        out.open(text, 2);
+        out << "a much longer first text\n";
+    }
+    {
+        omOFStream out;
+        out.open(utString(text.c_str()), 2);
+        std::ostream& os = out;
+        os << "Error on line " << 3 << ": x\n";
+    }
+    omIFStream back(text, 1);
+    ASSERT_TRUE(back.good());
+    std::string line;
+    std::getline(back, line);
+    EXPECT_EQ(line, "Error on line 3: x");
+    EXPECT_FALSE(std::getline(back, line));
+
+    EXPECT_NE(veFileFinder::check_file_exists(text.c_str()), 0);
+    EXPECT_NE(veFileFinder::check_file_exists(text), 0);
+    EXPECT_NE(veFileFinder::check_file_exists(utString(text.c_str())), 0);
+    std::remove(text.c_str());
+    EXPECT_EQ(veFileFinder::check_file_exists(text), 0);
+    EXPECT_FALSE(omIFStream(text.c_str(), 1).good());
+    EXPECT_FALSE(omIFStream(text, 33).good());
+    EXPECT_FALSE(omIFStream(utString(text.c_str()), 33).good());
+    EXPECT_FALSE(omIFStream(static_cast<const char*>(nullptr), 1).good());
+    EXPECT_EQ(veFileFinder::check_file_exists(STO_TEST_OUTPUT_DIR), 0);
+    EXPECT_EQ(veFileFinder::check_file_exists(""), 0);
+    EXPECT_EQ(veFileFinder::check_file_exists(static_cast<const char*>(nullptr)), 0);
+    EXPECT_EQ(veFileFinder::check_file_exists(utString()), 0);
+    EXPECT_FALSE(omIFStream(STO_TEST_OUTPUT_DIR "/no_such_folder/x.sto", 1).good());
+    EXPECT_FALSE(omOFStream(STO_TEST_OUTPUT_DIR "/no_such_folder/x.txt", 2).good());
 }

@@ -42,7 +42,8 @@ TEST(ReaderErrors, EachMessageNamesTheLineOfItsRecord)
         std::string expected;
     };
     Case const cases[] = {
-        {"root=stoSchemaID{\"a\"}\n", "Error on line 9: Number of fields does not match for class stoSchemaID\n"},
+        {"root=stoSchemaID{\"a\"}\n",
+         "Error on line 9: Number of fields does not match for class stoSchemaID\n"},
         {"root=stoSchemaID{\"a\",\"b\"}\n",
          "Error on line 9: Basic type mismatch\nLooking for a stoIntType, I found a stoStringType\n"},
         {"root=stoSchemaID{\"a\",1\n", "Error on line 9: unterminated paren list\n"},
@@ -67,7 +68,8 @@ TEST(ReaderErrors, TypeRecordsNameMetaClassesOfTheStoreSchema)
     Read r = read_text("-TYPE STUBS\nx=nope(1,&@)\ny=int(1,&@)\n-TYPES\n-OBJECTS\n-OBJECT STUBS\n");
     EXPECT_NE(r.diagnostics.find("Error on line 2: Can't find meta type called 'nope'\n"), std::string::npos)
         << r.diagnostics;
-    EXPECT_NE(r.diagnostics.find("Error on line 3: Non class meta type 'int'\n"), std::string::npos) << r.diagnostics;
+    EXPECT_NE(r.diagnostics.find("Error on line 3: Non class meta type 'int'\n"), std::string::npos)
+        << r.diagnostics;
 }
 
 TEST(ReaderErrors, ValidFilesAndEmptySectionsReadCleanly)

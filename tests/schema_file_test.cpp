@@ -19,14 +19,6 @@ public:
     RebuiltFromFile() = default;
 };
 
-std::string write_schema(stoSchema const* schema)
-{
-    std::ostringstream os;
-    stoFileWriter writer;
-    EXPECT_EQ(writer.write(os, schema, sto_type_stoSchema()), 1);
-    return os.str();
-}
-
 // Reads the text and synthesises its root into a new loaded schema; null
 // when the file does not read cleanly.
 RebuiltFromFile* rebuild(std::string const& text, std::string* diagnostics_out = nullptr)
@@ -102,7 +94,7 @@ STO_CLASS(smpGroup, sto_schema_sample7())
 TEST(SchemaFile, OpensWithTheRecordsOfTheWorkedExample)
 {
     sto_class_smpGroup()->finish();
-    std::string text = write_schema(sto_schema_sample7());
+    std::string text = sto_test::written(sto_schema_sample7(), sto_type_stoSchema());
     // The records of the opening, in this order; the records of the two
     // classes and their types come between and after them.
     std::vector<std::string> expected = {
@@ -150,7 +142,7 @@ TEST(SchemaFile, EverySchemaInMemoryRebuildsToTheSameSchemaAndTheSameText)
         stoSchema const* original = sto_system()->find_loaded_schema(stoSchemaID(c.name, c.version));
         ASSERT_NE(original, nullptr);
         original->finish();
-        std::string text = write_schema(original);
+        std::string text = sto_test::written(original, sto_type_stoSchema());
         std::string diagnostics;
         RebuiltFromFile* rebuilt = rebuild(text, &diagnostics);
         ASSERT_NE(rebuilt, nullptr) << diagnostics;
@@ -181,7 +173,7 @@ TEST(SchemaFile, EverySchemaInMemoryRebuildsToTheSameSchemaAndTheSameText)
             }
         }
 
-        EXPECT_EQ(write_schema(rebuilt), text);
+        EXPECT_EQ(sto_test::written(rebuilt, sto_type_stoSchema()), text);
         delete rebuilt;
         EXPECT_EQ(sto_system()->find_loaded_schema(stoSchemaID(c.name, c.version)), original);
     }

@@ -3,7 +3,11 @@
 
 #include <sto.h>
 
+#include <gtest/gtest.h>
+
 #include <map>
+#include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,6 +22,79 @@ inline stoSchema* saved_schema(char const* name, int version)
     if (!schema)
         schema = sto_system()->save(new stoSchema(name, version));
     return schema;
+}
+
+// The store exception of kind E that f throws, now the caller's; null when f
+// throws nothing or another kind (which is deleted).
+template <class E, class F>
+std::unique_ptr<E> caught(F&& f)
+{
+    try {
+        f();
+    } catch (stoException* e) {
+        if (E* x = E::ut_dynamic_cast(e))
+            return std::unique_ptr<E>(x);
+        delete e;
+    }
+    return nullptr;
+}
+
+// The store file a writer makes of an object; a failed write is a test
+// failure unless `ok` is given to receive the writer's answer.
+inline std::string written(void const* object, stoTypeHandle const& type, int* ok = nullptr)
+{
+    std::ostringstream os;
+    int result = stoFileWriter().write(os, object, type);
+    if (ok)
+        *ok = result;
+    else
+        EXPECT_EQ(result, 1);
+    return os.str();
+}
+
+// Base64 as the writer lays it out: lines of 60 characters, each followed
+// by `line_end`, then an empty line.
+inline std::string base64_block(const std::vector<unsigned char>& bytes, const std::string& line_end = "\n")
+{
+    static const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string data;
+    for (std::size_t i = 0; i < bytes.size(); i += 3) {
+        std::size_t n = bytes.size() - i < 3 ? bytes.size() - i : 3;
+        unsigned int group = static_cast<unsigned int>(bytes[i]) << 16;
+        if (n > 1)
+            group |= static_cast<unsigned int>(bytes[i + 1]) << 8;
+        if (n > 2)
+            group |= bytes[i + 2];
+        data += alphabet[(group >> 18) & 63];
+        data += alphabet[(group >> 12) & 63];
+        data += n > 1 ? alphabet[(group >> 6) & 63] : '=';
+        data += n > 2 ? alphabet[group & 63] : '=';
+    }
+    std::string block;
+    for (std::size_t i = 0; i < data.size(); i += 60)
+        block += data.substr(i, 60) + line_end;
+    return block + line_end;
+}
+
+// Members of a class's own, by name, and of object values.
+inline stoMemberHandle slot(stoClass const* c, char const* name) { return c->find_member(c->name(), name); }
+inline stoTypeHandle member_type(stoClass const* c, char const* name)
+{
+    return c->member(slot(c, name))->type();
+}
+inline void set_member(stoObject* o, char const* name, stoValue* v)
+{
+    o->set_member(slot(o->type(), name), v);
+}
+inline stoValue const* member_value(stoValue const* object, char const* name)
+{
+    stoObject const* o = sto_as_object(object);
+    stoMemberHandle h = slot(o->type(), name);
+    return h.invalid() ? nullptr : o->member(h);
+}
+inline stoPtrValue const* pointer_value(stoValue const* object, char const* name)
+{
+    return sto_as_ptr(member_value(object, name));
 }
 
 // "int", "utString", "stoClass", "ptr(stoClass)", "prg(stoBase)",
