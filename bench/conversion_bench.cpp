@@ -9,6 +9,7 @@
 //   sto_bench_conversion_bench --items 20000 # one size (repeatable)
 //   sto_bench_conversion_bench --repeat 3    # best of three runs per size
 //   sto_bench_conversion_bench --cpu         # CPU time instead of wall time
+//   sto_bench_conversion_bench --each        # every run's times on stderr
 //
 // The CPU time of the process (page faults included) is much less disturbed
 // than the wall time when other programs compete for the cores.
@@ -33,6 +34,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 bool g_cpu_time = false;
+bool g_each_run = false;  // --each: one line per run on stderr
 
 double seconds(timeval const& t) { return static_cast<double>(t.tv_sec) + 1e-6 * static_cast<double>(t.tv_usec); }
 
@@ -179,6 +181,10 @@ void run_once(annDocument const* document, Result& r, bool first)
         delete root;
         analyser.destroy_stubs();
         double free_s = now() - t4;
+        if (g_each_run)
+            std::fprintf(stderr, "%d items: analysis %.0f ns/obj, synthesis %.0f ns/obj, deleting %.0f ns/obj\n",
+                         r.items, 1e9 * analysis_s / r.objects, 1e9 * synthesis_s / r.objects,
+                         1e9 * free_s / r.objects);
         if (first || free_s < r.free_s)
             r.free_s = free_s;
     }
@@ -219,8 +225,10 @@ int main(int argc, char** argv)
             repeat = std::max(1, std::atoi(argv[++i]));
         else if (!std::strcmp(argv[i], "--cpu"))
             g_cpu_time = true;
+        else if (!std::strcmp(argv[i], "--each"))
+            g_each_run = true;
         else {
-            std::fprintf(stderr, "usage: %s [--items N]... [--seed S] [--repeat R] [--cpu]\n", argv[0]);
+            std::fprintf(stderr, "usage: %s [--items N]... [--seed S] [--repeat R] [--cpu] [--each]\n", argv[0]);
             return 2;
         }
     }
