@@ -144,6 +144,8 @@ void run_once(annDocument const* document, Result& r, bool first)
         double analysis_s = now() - t0;
         rusage u1{};
         getrusage(RUSAGE_SELF, &u1);
+        double analysis_user_s = seconds(u1.ru_utime) - seconds(u0.ru_utime);
+        double analysis_sys_s = seconds(u1.ru_stime) - seconds(u0.ru_stime);
         if (first) {
             r.analysis_user_s = seconds(u1.ru_utime) - seconds(u0.ru_utime);
             r.analysis_sys_s = seconds(u1.ru_stime) - seconds(u0.ru_stime);
@@ -167,6 +169,8 @@ void run_once(annDocument const* document, Result& r, bool first)
         }
         double synthesis_s = now() - t2;
         getrusage(RUSAGE_SELF, &u1);
+        double synthesis_user_s = seconds(u1.ru_utime) - seconds(u0.ru_utime);
+        double synthesis_sys_s = seconds(u1.ru_stime) - seconds(u0.ru_stime);
         if (first) {
             r.synthesis_user_s = seconds(u1.ru_utime) - seconds(u0.ru_utime);
             r.synthesis_sys_s = seconds(u1.ru_stime) - seconds(u0.ru_stime);
@@ -182,8 +186,12 @@ void run_once(annDocument const* document, Result& r, bool first)
         analyser.destroy_stubs();
         double free_s = now() - t4;
         if (g_each_run)
-            std::fprintf(stderr, "%d items: analysis %.0f ns/obj, synthesis %.0f ns/obj, deleting %.0f ns/obj\n",
-                         r.items, 1e9 * analysis_s / r.objects, 1e9 * synthesis_s / r.objects,
+            std::fprintf(stderr,
+                         "%d items (ns/obj): analysis %.0f (user %.0f, sys %.0f), synthesis %.0f (user %.0f, "
+                         "sys %.0f), deleting %.0f\n",
+                         r.items, 1e9 * analysis_s / r.objects, 1e9 * analysis_user_s / r.objects,
+                         1e9 * analysis_sys_s / r.objects, 1e9 * synthesis_s / r.objects,
+                         1e9 * synthesis_user_s / r.objects, 1e9 * synthesis_sys_s / r.objects,
                          1e9 * free_s / r.objects);
         if (first || free_s < r.free_s)
             r.free_s = free_s;
