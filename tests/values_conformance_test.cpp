@@ -126,9 +126,9 @@ std::string chain(stoValue const* v)
 {
     std::string out;
     for (stoStub const* s = sto_as_stub(v); s; s = sto_as_stub(s->parent())) {
-        out += s->type()->sto_dynamic_class() == sto_class_stoClass()
-                   ? static_cast<stoClass const*>(s->type().type())->name().str()
-                   : std::string("?");
+        stoObjectPtr t = s->type()->sto_object();
+        stoClass const* cls = stoClass::sto_dynamic_cast(t.type(), t.ptr());
+        out += cls ? cls->name().str() : std::string("?");
         out += "(" + id_text(s->id()) + ")";
         if (s->parent())
             out += "<-";
@@ -184,4 +184,21 @@ TEST(ValuesConformance, PointerAndMappedTypesCompareByKindAndHashByTheirParts)
     EXPECT_FALSE(p == stoRawPtr(sto_type_double(), &x, 4));
     for (stoTypeHandle const& t : {plain, plain2, owning, counted, other, small, big})
         delete t.type();
+}
+
+// A mapper shares its name with its own persistent class, which is a named
+// type of the same schema; its stub must still name the mapper.
+TEST(ValuesConformance, AStubbedMapperIsAMapperStubEvenWhenAClassHasItsName)
+{
+    stoMapper const* mapper = sto_mapper_stoMappervctOpaquevctModel();
+    ASSERT_EQ(sto_schema_vct()->look_up_object(mapper->name()), sto_class_stoMappervctOpaquevctModel());
+    stoAnalyser analyser;
+    analyser.set_stub_mode(1);
+    stoValue* stub = analyser.raw_to_value(stoRawPtr(mapper->sto_object()));
+    std::string named = "stoMappervctOpaquevctModel(stoMappervctOpaquevctModel)<-stoSchema(stoSchemaID{values_conformance_test,1})";
+    EXPECT_EQ(chain(stub), named + "<-stoSystem(1)");
+    stoValue* made = mapper->create_stub();
+    EXPECT_EQ(chain(made), named);
+    sto_delete_stub_chain(made);
+    analyser.destroy_stubs();
 }
