@@ -202,3 +202,25 @@ TEST(ValuesConformance, AStubbedMapperIsAMapperStubEvenWhenAClassHasItsName)
     sto_delete_stub_chain(made);
     analyser.destroy_stubs();
 }
+
+TEST(ValuesConformance, ADeferredPointeeRecordKeepsItsThreePartsWithoutOwningThem)
+{
+    stoDeferredPointee empty;
+    EXPECT_TRUE(empty.invalid());
+    EXPECT_EQ(empty.pointer(), nullptr);
+    EXPECT_EQ(empty.pointee(), nullptr);
+    EXPECT_TRUE(empty.pointee_type().is_null());
+
+    stoObject target(sto_class_vctModel());
+    stoPtrValue pointer(stoPtrType::make(sto_type_vctModel()), nullptr);
+    stoDeferredPointee record(&pointer, &target, sto_type_vctModel());
+    EXPECT_FALSE(record.invalid());
+    stoDeferredPointee copy(record);
+    empty = copy;
+    for (stoDeferredPointee const* r : {&record, &copy, &empty}) {
+        EXPECT_EQ(r->pointer(), &pointer);
+        EXPECT_EQ(r->pointee(), &target);
+        EXPECT_TRUE(r->pointee_type() == sto_type_vctModel());
+    }
+    delete pointer.type().type();
+}
