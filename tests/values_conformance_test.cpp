@@ -182,6 +182,11 @@ TEST(ValuesConformance, PointerAndMappedTypesCompareByKindAndHashByTheirParts)
     EXPECT_EQ(co_hash(p), co_hash_pointer(&x) ^ sto_scramble(co_hash(sto_type_int()), 7));
     EXPECT_TRUE(p == stoRawPtr(sto_type_int(), &x, 8));
     EXPECT_FALSE(p == stoRawPtr(sto_type_double(), &x, 4));
+    stoRawPtrstoValuePtrcoTable values(4, 50);
+    stoIntValue v(1);
+    values[p] = &v;
+    EXPECT_NE(values.find(stoRawPtr(sto_type_int(), &x, 8)), nullptr);
+    EXPECT_EQ(values.find(stoRawPtr(sto_type_double(), &x, 4)), nullptr);
     for (stoTypeHandle const& t : {plain, plain2, owning, counted, other, small, big})
         delete t.type();
 }
