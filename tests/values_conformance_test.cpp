@@ -229,3 +229,58 @@ TEST(ValuesConformance, ADeferredPointeeRecordKeepsItsThreePartsWithoutOwningThe
     }
     delete pointer.type().type();
 }
+
+// A value graph is itself persisted under these names, in this order.
+TEST(ValuesConformance, ValueClassesDeclareTheirBasesAndMembersInOrder)
+{
+    using sto_test::members_of;
+    struct Row {
+        stoClass const* (*cls)();
+        std::string base;
+        std::vector<std::string> members;
+    };
+    std::string array = "var(prg(stoValue))";
+    std::vector<Row> const rows = {
+        {sto_class_stoValue, "", {"m_type:handle"}},
+        {sto_class_stoIntValue, "stoValue", {"m_value:int"}},
+        {sto_class_stoDoubleValue, "stoValue", {"m_value:double"}},
+        {sto_class_stoStringValue, "stoValue", {"m_value:utString"}},
+        {sto_class_stoByteArrayValue, "stoValue", {"m_value:stoByteArray"}},
+        {sto_class_stoObject, "stoValue", {"m_class:ptr(stoClass)", "m_member_values:" + array}},
+        {sto_class_stoArrayValue, "stoValue", {"m_n_elements:int", "m_array:" + array}},
+        {sto_class_stoMappedValue, "stoValue", {"m_mapper:ptr(stoMapper)", "m_n_elements:int", "m_array:" + array}},
+        {sto_class_stoStub, "stoValue", {"m_parent:ptr(stoValue)", "m_id:prg(stoValue)"}},
+        {sto_class_stoPtrValue, "stoValue", {"m_value:ptr(stoValue)"}},
+        {sto_class_stoPrgValue, "stoPtrValue", {"m_value:prg(stoValue)"}},
+        {sto_class_stoPrfValue, "stoPtrValue", {"m_value:prf(stoValue)"}},
+        {sto_class_stoTypeHandleValue, "stoPtrValue", {}},
+        {sto_class_stoClassMapper, "stoMapper", {}},
+    };
+    for (Row const& row : rows) {
+        stoClass const* c = row.cls();
+        SCOPED_TRACE(c->name().str());
+        std::vector<std::string> bases;
+        stoClassBaseIT it(c);
+        while (++it)
+            bases.push_back(it()->base_class()->name().str());
+        EXPECT_EQ(bases, row.base.empty() ? std::vector<std::string>{} : std::vector<std::string>{row.base});
+        EXPECT_EQ(members_of(c), row.members);
+    }
+    EXPECT_TRUE(sto_class_stoValue()->is_abstract());
+
+    // The 64-bit number is the store's int over 8 bytes; the member slots
+    // are counted by the function named "inherited_members".
+    stoClass const* int_value = sto_class_stoIntValue();
+    stoMember const* number = int_value->member(int_value->find_member("stoIntValue", "m_value"));
+    EXPECT_EQ(number->size(), 8);
+    EXPECT_TRUE(number->type() == sto_type_int());
+    stoClass const* object = sto_class_stoObject();
+    stoTypeHandle slots = object->member(object->find_member("stoObject", "m_member_values"))->type();
+    stoObjectPtr so = slots->sto_object();
+    stoVariableArrayType const* var = stoVariableArrayType::sto_dynamic_cast(so.type(), so.ptr());
+    ASSERT_NE(var, nullptr);
+    stoObjectPtr no = var->array_size()->sto_object();
+    stoMethodArraySize const* by_method = stoMethodArraySize::sto_dynamic_cast(no.type(), no.ptr());
+    ASSERT_NE(by_method, nullptr);
+    EXPECT_EQ(by_method->method_name(), "inherited_members");
+}
