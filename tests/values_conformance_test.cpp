@@ -284,3 +284,45 @@ TEST(ValuesConformance, ValueClassesDeclareTheirBasesAndMembersInOrder)
     ASSERT_NE(by_method, nullptr);
     EXPECT_EQ(by_method->method_name(), "inherited_members");
 }
+
+// Values are persistent objects themselves: a graph of values converts to
+// values and back into live values, which are then deleted as any other.
+TEST(ValuesConformance, AValueGraphConvertsBackIntoLiveValues)
+{
+    int checks = sto_value_allocator_checks(1);
+    sto_finish_values();
+    stoObject* live = opaque_value(42);
+    stoArrayValue* list = new stoArrayValue(stoFixedArrayType::make(sto_type_int(), 2), 2);
+    list->set_element(0, new stoIntValue(5));
+    {
+        stoAnalyser analyser;
+        stoValue* graph = analyser.raw_to_value(stoRawPtr(live->sto_object()));
+        stoValue* graph2 = analyser.raw_to_value(stoRawPtr(list->sto_object()));
+        ASSERT_NE(graph, nullptr);
+        analyser.stub_dangling_pointers();
+        stoObject* back = static_cast<stoObject*>(sto_class_stoObject()->create());
+        stoArrayValue* back2 = static_cast<stoArrayValue*>(sto_class_stoArrayValue()->create());
+        {
+            stoTypeSynthesiser s;
+            s.synthesise(graph, back);
+            s.synthesise(graph2, back2);
+        }
+        EXPECT_EQ(back->type(), sto_class_vctOpaque());
+        ASSERT_EQ(back->number_of_children(), 1);
+        stoIntValue const* n = dynamic_cast<stoIntValue const*>(back->child(0));
+        ASSERT_NE(n, nullptr);
+        EXPECT_EQ(n->value(), 42);
+        ASSERT_EQ(back2->number_of_elements(), 2);
+        EXPECT_EQ(back2->element(1), nullptr);
+        EXPECT_EQ(static_cast<stoIntValue const*>(back2->element(0))->value(), 5);
+        delete back;
+        delete back2;
+        delete graph;
+        delete graph2;
+        analyser.destroy_stubs();
+    }
+    delete live;
+    delete list->type().type();
+    delete list;
+    sto_value_allocator_checks(checks);
+}
