@@ -1,6 +1,7 @@
-// Conformance of the value layer at its edges: fakes whose copy fails, the
-// identities of stubs, the hashes and equalities of pointer and mapped types,
-// and the shared count of counted pointer fields.
+// The value layer at its edges: fakes whose copy fails, the identities of
+// stubs (mappers included), the hashes and equalities of pointer and mapped
+// types, deferred pointee records, the persisted form of the value classes,
+// and value graphs converted back into live values.
 #include "test_support.h"
 
 #include <gtest/gtest.h>
