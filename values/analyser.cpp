@@ -368,10 +368,12 @@ stoValue* stoAnalyser::create_stub(stoRawPtr const& p)
     // its schema finds under that name. A schema object that is not that one
     // (the 8-byte int, which the store schema names "int" like the int) is
     // written as the stub of the named object, so that the file never holds
-    // two stubs of one path and reads back to what it names.
+    // two stubs of one path and reads back to what it names. Only an object of
+    // the same kind stands in: a mapper is named like its own class, which is
+    // a named type of the schema, yet the mapper's stub must name the mapper.
     if (stoSchemaObject const* named = dynamic_cast<stoSchemaObject const*>(stubbable)) {
         stoSchemaObject const* found = named->schema() ? named->schema()->look_up_object(named->name()) : nullptr;
-        if (found && found != named) {
+        if (found && found != named && *found->sto_dynamic_class() == *named->sto_dynamic_class()) {
             stoObjectPtr whole = found->sto_object();
             stoValue* stub = raw_to_value(stoRawPtr(whole.type()->handle(), whole.ptr(), whole.type()->size()));
             if (stub)

@@ -106,6 +106,10 @@ private:
     std::size_t m_null_size = 0;
 };
 using stoValuePtrstoValuePtrcoTable = coTable<stoValue const*, stoPtrValue*>;
+// Tables keyed by live objects as raw pointers, and the reverse, for callers
+// that keep their own records of what an analysis made.
+using stoRawPtrstoValuePtrcoTable = coTable<stoRawPtr, stoValue*>;
+using stoValuePtrstoRawPtrcoTable = coTable<stoValue const*, stoRawPtr>;
 
 // The pointer values waiting for one live object, in the order they began
 // to wait, and the size of that object.

@@ -32,6 +32,35 @@ protected:
 };
 STO_DECLARE_CLASS(stoStubbable)
 
+class stoPtrValue;
+
+// A pointer value whose pointee is set later: when a graph is converted, a
+// plain pointer may be met before its target's new value exists, so the
+// pointer is made null and this record says what it is to point at once the
+// old pointee is converted into the given type. The record owns none of the
+// three.
+class stoDeferredPointee {
+public:
+    stoDeferredPointee() : m_pointer(nullptr), m_pointee(nullptr) {}
+    stoDeferredPointee(stoPtrValue* pointer, stoValue const* pointee, stoTypeHandle const& pointee_type)
+        : m_pointer(pointer), m_pointee(pointee), m_pointee_type(pointee_type)
+    {
+    }
+    stoDeferredPointee(stoDeferredPointee const&) = default;
+    stoDeferredPointee& operator=(stoDeferredPointee const&) = default;
+
+    stoPtrValue* pointer() const { return m_pointer; }
+    stoValue const* pointee() const { return m_pointee; }
+    stoTypeHandle pointee_type() const { return m_pointee_type; }
+    // An empty record, as made by the default constructor.
+    int invalid() const { return !m_pointer && !m_pointee && m_pointee_type.is_null(); }
+
+private:
+    stoPtrValue* m_pointer;
+    stoValue const* m_pointee;
+    stoTypeHandle m_pointee_type;
+};
+
 // Deletes a stub made by create_stub() together with the chain of parent
 // stubs it made for itself (a stub does not own its parent).
 void sto_delete_stub_chain(stoValue const* stub);

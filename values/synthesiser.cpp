@@ -31,8 +31,10 @@ void stoSynthesiseFake::update()
 {
     if (m_updated || !m_fake)
         return;
-    m_updated = 1;
+    // Marked only once the copy went through: a copy that failed is tried
+    // again by the next update (the last one comes with the destructor).
     m_mapper->model_to_opaque(fake(), m_real);
+    m_updated = 1;
 }
 
 // ----------------------------------------------------------- stoSynthesiser

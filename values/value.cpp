@@ -42,13 +42,18 @@ stoValue** make_slots(int n)
     return static_cast<stoValue**>(std::memset(memory, 0, count * sizeof(stoValue*)));
 }
 
-void delete_slots(stoValue** slots, int n)
+// Slots of a value filled as a persistent object were made by the owning
+// pointer type's create_array, and go back the way they came.
+void delete_slots(stoValue** slots, int n, int from_type)
 {
     if (!slots)
         return;
     for (int i = 0; i < n; ++i)
         delete slots[i];
-    sto_value_deallocate(stoValue::sto_memory_pool(), slots);
+    if (from_type)
+        delete[] reinterpret_cast<void**>(slots);
+    else
+        sto_value_deallocate(stoValue::sto_memory_pool(), slots);
 }
 
 void add_children(stoValue const* self, stoValue* const* slots, int n, stoValuePtrcoSet& set)
@@ -91,7 +96,7 @@ stoObject::stoObject(stoClass const* cls)
     m_kind = kObjectKind;
 }
 
-stoObject::~stoObject() { delete_slots(m_member_values, number_of_children()); }
+stoObject::~stoObject() { delete_slots(m_member_values, number_of_children(), m_slots_from_type); }
 
 int stoObject::process(stoProcessValue* p) const { return p->process_stoObject(this); }
 
@@ -127,7 +132,7 @@ stoArrayValue::stoArrayValue(stoTypeHandle const& type, int n)
     m_kind = kArrayKind;
 }
 
-stoArrayValue::~stoArrayValue() { delete_slots(m_array, m_n_elements); }
+stoArrayValue::~stoArrayValue() { delete_slots(m_array, m_n_elements, m_slots_from_type); }
 
 int stoArrayValue::process(stoProcessValue* p) const { return p->process_stoArrayValue(this); }
 
@@ -146,7 +151,7 @@ stoMappedValue::stoMappedValue(stoTypeHandle const& type, stoMapper const* mappe
     m_kind = kMappedKind;
 }
 
-stoMappedValue::~stoMappedValue() { delete_slots(m_array, m_n_elements); }
+stoMappedValue::~stoMappedValue() { delete_slots(m_array, m_n_elements, m_slots_from_type); }
 
 int stoMappedValue::process(stoProcessValue* p) const { return p->process_stoMappedValue(this); }
 

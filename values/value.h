@@ -170,9 +170,13 @@ public:
     static int inherited_members(void const* p);
 
 protected:
-    stoObject() : m_class(nullptr), m_member_values(nullptr) { m_kind = kObjectKind; }
+    stoObject() : m_class(nullptr), m_member_values(nullptr), m_slots_from_type(1) { m_kind = kObjectKind; }
     stoClass const* m_class;
     stoValue** m_member_values;
+    // An object made by its default constructor is filled as a persistent
+    // object: its slot array, if any, comes from the array type's
+    // create_array rather than from the value allocator.
+    unsigned char m_slots_from_type = 0;
 };
 STO_DECLARE_CLASS(stoObject)
 
@@ -194,9 +198,10 @@ public:
     stoValue* release_element(int i);
 
 protected:
-    stoArrayValue() : m_n_elements(0), m_array(nullptr) { m_kind = kArrayKind; }
+    stoArrayValue() : m_n_elements(0), m_array(nullptr), m_slots_from_type(1) { m_kind = kArrayKind; }
     int m_n_elements;
     stoValue** m_array;
+    unsigned char m_slots_from_type = 0;  // as for stoObject
 };
 STO_DECLARE_CLASS(stoArrayValue)
 
@@ -217,10 +222,14 @@ public:
     void set_element(int i, stoValue* v) { m_array[i] = v; }
 
 protected:
-    stoMappedValue() : m_mapper(nullptr), m_n_elements(0), m_array(nullptr) { m_kind = kMappedKind; }
+    stoMappedValue() : m_mapper(nullptr), m_n_elements(0), m_array(nullptr), m_slots_from_type(1)
+    {
+        m_kind = kMappedKind;
+    }
     stoMapper const* m_mapper;
     int m_n_elements;
     stoValue** m_array;
+    unsigned char m_slots_from_type = 0;  // as for stoObject
 };
 STO_DECLARE_CLASS(stoMappedValue)
 
