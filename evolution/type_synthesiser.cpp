@@ -126,14 +126,15 @@ void stoTypeSynthesiser::look_up_stub(stoRWRawPtr const& slot, stoStub const* st
         stoSchema* schema = parent_schema();
         if (!schema)
             return;
-        stoSchemaObject const* found = schema->look_up_object(*name);
-        if (!found) {
-            // Mappers are not named types: look along the mapper chain.
-            for (stoSchemaMapperBinding const* b = schema->first_mapper_binding(); b; b = b->next())
+        stoMapper const* mapper = dynamic_cast<stoMapper const*>(schema->look_up_object(*name));
+        if (!mapper) {
+            // Mappers are not named types, and a generated mapper usually
+            // shares its name with its own class: look along the mapper chain.
+            for (stoSchemaMapperBinding const* b = schema->first_mapper_binding(); b && !mapper; b = b->next())
                 if (b->mapper() && b->mapper()->name_ref() == *name)
-                    found = b->mapper();
+                    mapper = b->mapper();
         }
-        if (stoMapper const* mapper = dynamic_cast<stoMapper const*>(found))
+        if (mapper)
             write(static_cast<stoStubbable const*>(mapper), stoTypeHandle());
     } else if (target->is_compatible_with(sto_type_stoMember())) {
         stoClass* owner = nullptr;

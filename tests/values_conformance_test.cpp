@@ -203,6 +203,12 @@ TEST(ValuesConformance, AStubbedMapperIsAMapperStubEvenWhenAClassHasItsName)
     stoValue* stub = analyser.raw_to_value(stoRawPtr(mapper->sto_object()));
     std::string named = "stoMappervctOpaquevctModel(stoMappervctOpaquevctModel)<-stoSchema(stoSchemaID{values_conformance_test,1})";
     EXPECT_EQ(chain(stub), named + "<-stoSystem(1)");
+    // Reading the stub back finds the mapper, not the class of its name.
+    stoTypeOwner field_type(stoPtrType::make(sto_type_stoMapper()));
+    stoMapper const* found = nullptr;
+    stoTypeSynthesiser().look_up_stub(stoRWRawPtr(field_type, &found, field_type->size()),
+                                      static_cast<stoStub const*>(stub));
+    EXPECT_EQ(found, mapper);
     stoValue* made = mapper->create_stub();
     EXPECT_EQ(chain(made), named);
     sto_delete_stub_chain(made);
