@@ -1,5 +1,5 @@
-// Store files read and written to the letter: the exact reports of malformed
-// records, with the lines they name, and the text the writer prints.
+// Store files to the letter: the dump of read nodes and the text the writer
+// prints for doubles.
 #include "test_support.h"
 
 #include <gtest/gtest.h>
@@ -20,70 +20,6 @@ STO_CLASS(iocDoubles, sto_test::saved_schema("io_conformance", 1))
 {
     STO_MEMBER(m_d);
     STO_MEMBER(m_i);
-}
-
-namespace {
-
-struct Read {
-    std::string diagnostics;
-    int errors = 0;
-};
-
-Read read_text(std::string const& text)
-{
-    sto_force_load();
-    std::ostringstream diagnostics;
-    stoReadMemoryMap map(text.data(), static_cast<int>(text.size()));
-    stoFileReader reader(&map, &diagnostics, nullptr, nullptr);
-    return {diagnostics.str(), reader.error_count()};
-}
-
-// Lines 1 to 8; the first record of OBJECTS is on line 9.
-std::string const kHeader =
-    "STO1\n-TYPE STUBS\n"
-    "stoSchemaID=stoClass(\"stoSchemaID\",&store_1)\n"
-    "store_1=stoSchema(%$3,&%$2)\n"
-    "%$2=stoSystem(1,&@)\n"
-    "%$3=stoSchemaID{\"store\",1}\n"
-    "-TYPES\n-OBJECTS\n";
-
-int reports(std::string const& diagnostics)
-{
-    int n = 0;
-    for (std::size_t at = diagnostics.find("Error on line "); at != std::string::npos;
-         at = diagnostics.find("Error on line ", at + 1))
-        ++n;
-    return n;
-}
-
-}  // namespace
-
-// The line number counts the line feeds the reader steps over, not those a
-// string literal swallows: every report a runaway literal causes, in the
-// scan and in the read, names the line where the literal began.
-TEST(IoConformance, ReportsAfterARunawayStringNameItsLine)
-{
-    struct Case {
-        std::string objects;
-        std::string expected;
-    };
-    std::string const missing = "Error on line 9: Can't find beginning of section\n";
-    Case const cases[] = {
-        {"root=stoSchemaID{\"a,1}\n-OBJECT STUBS\n",
-         "Error on line 9: string format" + missing +
-             "Error on line 9: string formatError on line 9: unterminated paren list\n"
-             "Error on line 9: Expected a '}' but got a '\xff' 0xffffffff\n" +
-             missing},
-        // A line feed inside a closed literal is not a line of the file.
-        {"#2=utString:\"a\nb\"\nroot=stoSchemaID{\"a\"}\n-OBJECT STUBS\n",
-         "Error on line 10: Number of fields does not match for class stoSchemaID\n"},
-    };
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.objects);
-        Read r = read_text(kHeader + c.objects);
-        EXPECT_EQ(r.diagnostics, c.expected);
-        EXPECT_EQ(r.errors, reports(c.expected));
-    }
 }
 
 // A node's dump: its own line, its kind (which ends no line), then each child

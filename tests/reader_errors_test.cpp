@@ -63,6 +63,37 @@ TEST(ReaderErrors, EachMessageNamesTheLineOfItsRecord)
     }
 }
 
+// The line number counts the line feeds the reader steps over, not those a
+// string literal swallows: every report a runaway literal causes, in the
+// scan and in the read, names the line where the literal began.
+TEST(ReaderErrors, ReportsAfterARunawayStringNameItsLine)
+{
+    struct Case {
+        std::string objects;
+        std::string expected;
+    };
+    std::string const missing = "Error on line 9: Can't find beginning of section\n";
+    Case const cases[] = {
+        {"root=stoSchemaID{\"a,1}\n-OBJECT STUBS\n",
+         "Error on line 9: string format" + missing +
+             "Error on line 9: string formatError on line 9: unterminated paren list\n"
+             "Error on line 9: Expected a '}' but got a '\xff' 0xffffffff\n" +
+             missing},
+        // A line feed inside a closed literal is not a line of the file.
+        {"#2=utString:\"a\nb\"\nroot=stoSchemaID{\"a\"}\n-OBJECT STUBS\n",
+         "Error on line 10: Number of fields does not match for class stoSchemaID\n"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.objects);
+        Read r = read_text(kHeader + c.objects);
+        EXPECT_EQ(r.diagnostics, c.expected);
+        int reports = 0;
+        for (std::size_t at = 0; (at = c.expected.find("Error on line ", at)) != std::string::npos; ++at)
+            ++reports;
+        EXPECT_EQ(r.errors, reports);
+    }
+}
+
 TEST(ReaderErrors, TypeRecordsNameMetaClassesOfTheStoreSchema)
 {
     Read r = read_text("-TYPE STUBS\nx=nope(1,&@)\ny=int(1,&@)\n-TYPES\n-OBJECTS\n-OBJECT STUBS\n");
