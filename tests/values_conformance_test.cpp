@@ -176,7 +176,8 @@ TEST(ValuesConformance, PointerAndMappedTypesCompareByKindAndHashByTheirParts)
     stoTypeHandle big = stoMappedType::make(mapper, 400);
     EXPECT_TRUE(small == big);
     EXPECT_EQ(co_hash(small), sto_scramble(co_hash(*sto_schema_vct()), 5) | co_hash(mapper->name()));
-    EXPECT_FALSE(small == stoMappedType::make(sto_mapper_stoStandardMapper(), 4));
+    stoTypeOwner standard(stoMappedType::make(sto_mapper_stoStandardMapper(), 4));
+    EXPECT_FALSE(small == standard);
 
     int x = 0;
     stoRawPtr p(sto_type_int(), &x, 4);
