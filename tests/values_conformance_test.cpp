@@ -1,6 +1,6 @@
 // The value layer at its edges: fakes whose copy fails, the identities of
 // stubs (mappers included), the hashes and equalities of pointer and mapped
-// types, deferred pointee records, the persisted form of the value classes,
+// types, the persisted form of the value classes,
 // and value graphs converted back into live values.
 #include "test_support.h"
 
@@ -214,28 +214,6 @@ TEST(ValuesConformance, AStubbedMapperIsAMapperStubEvenWhenAClassHasItsName)
     EXPECT_EQ(chain(made), named);
     sto_delete_stub_chain(made);
     analyser.destroy_stubs();
-}
-
-TEST(ValuesConformance, ADeferredPointeeRecordKeepsItsThreePartsWithoutOwningThem)
-{
-    stoDeferredPointee empty;
-    EXPECT_TRUE(empty.invalid());
-    EXPECT_EQ(empty.pointer(), nullptr);
-    EXPECT_EQ(empty.pointee(), nullptr);
-    EXPECT_TRUE(empty.pointee_type().is_null());
-
-    stoObject target(sto_class_vctModel());
-    stoPtrValue pointer(stoPtrType::make(sto_type_vctModel()), nullptr);
-    stoDeferredPointee record(&pointer, &target, sto_type_vctModel());
-    EXPECT_FALSE(record.invalid());
-    stoDeferredPointee copy(record);
-    empty = copy;
-    for (stoDeferredPointee const* r : {&record, &copy, &empty}) {
-        EXPECT_EQ(r->pointer(), &pointer);
-        EXPECT_EQ(r->pointee(), &target);
-        EXPECT_TRUE(r->pointee_type() == sto_type_vctModel());
-    }
-    delete pointer.type().type();
 }
 
 // A value graph is itself persisted under these names, in this order.
