@@ -235,12 +235,7 @@ void stoWriteTable::grow()
     std::size_t old_count = m_slots ? m_mask + 1 : 0;
     std::size_t count = old_count ? 2 * old_count : 1024;
     std::unique_ptr<Slot[], Free> old = std::move(m_slots);
-    // Zeroed memory is free slots; calloc gets it from the system untouched.
-    static_assert(std::is_trivially_copyable_v<Slot>);
-    m_slots.reset(static_cast<Slot*>(std::calloc(count, sizeof(Slot))));
-    if (!m_slots)
-        throw std::bad_alloc();
-    co_advise_huge_pages(m_slots.get(), count * sizeof(Slot));
+    m_slots.reset(co_zeroed_slots<Slot>(count));
     m_mask = count - 1;
     m_shift = 64 - std::countr_zero(count);
     for (std::size_t k = 0; k < old_count; ++k) {

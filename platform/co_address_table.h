@@ -48,6 +48,20 @@ inline void co_advise_huge_pages(void* p, std::size_t bytes)
 #endif
 }
 
+// The slot array of an open-addressing table, all slots zero (free). calloc
+// gets a large one from the system untouched, so pages are only faulted in as
+// slots are used. Free with std::free.
+template <class Slot>
+Slot* co_zeroed_slots(std::size_t count)
+{
+    static_assert(std::is_trivially_copyable_v<Slot>, "slots are zero bytes when free and copied as bytes");
+    Slot* slots = static_cast<Slot*>(std::calloc(count, sizeof(Slot)));
+    if (!slots)
+        throw std::bad_alloc();
+    co_advise_huge_pages(slots, count * sizeof(Slot));
+    return slots;
+}
+
 template <class K, class V>
 class coAddressTable {
     static_assert(std::is_pointer_v<K>, "keys are addresses");
@@ -141,11 +155,7 @@ private:
     void grow()
     {
         std::size_t count = m_slots ? 2 * (m_mask + 1) : 16;
-        // Zeroed memory is free slots; calloc gets it from the system untouched.
-        Slot* slots = static_cast<Slot*>(std::calloc(count, sizeof(Slot)));
-        if (!slots)
-            throw std::bad_alloc();
-        co_advise_huge_pages(slots, count * sizeof(Slot));
+        Slot* slots = co_zeroed_slots<Slot>(count);
         std::size_t mask = count - 1;
         for (std::size_t j = 0; m_slots && j <= m_mask; ++j) {
             if (!m_slots[j].key)

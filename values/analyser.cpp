@@ -90,11 +90,7 @@ stoAnalysedEntry& stoLiveObjectTable::operator[](stoLiveObject const& k)
 void stoLiveObjectTable::grow()
 {
     std::size_t count = m_slots ? 2 * (m_mask + 1) : kFirstSlots;
-    // Zeroed memory is free slots; calloc gets it from the system untouched.
-    Slot* slots = static_cast<Slot*>(std::calloc(count, sizeof(Slot)));
-    if (!slots)
-        throw std::bad_alloc();
-    co_advise_huge_pages(slots, count * sizeof(Slot));
+    Slot* slots = co_zeroed_slots<Slot>(count);
     std::size_t mask = count - 1;
     for (std::size_t j = 0; m_slots && j <= m_mask; ++j) {
         if (!m_slots[j].ptr)
