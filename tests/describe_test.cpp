@@ -1,16 +1,21 @@
-// Application classes described with the macros: the generated hooks, the
-// deduced member kinds, offsets taken from the prototype, casts through
-// several bases, and registration on first use.
+// Classes described with the macros: the generated hooks, the deduced member
+// kinds, offsets taken from the prototype, casts through several bases, and
+// registration on first use. Then the store's own classes as the "store"
+// schema describes them: files name these bases and members in this order, so
+// any drift here breaks every schema file ever written.
 #include "test_support.h"
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
 using sto_test::bases_of;
 using sto_test::members_of;
 using sto_test::table_of;
+using Names = std::vector<std::string>;
 
 namespace {
 
@@ -29,8 +34,8 @@ public:
     dscNode() { ++g_live_nodes; }
     virtual ~dscNode() { --g_live_nodes; }
     int m_id = 0;
-    dscNode* m_next = nullptr;       // plain pointer to its own class
-    coPrg<dscNode> m_child;          // owning pointer to its own class
+    dscNode* m_next = nullptr;  // plain pointer to its own class
+    coPrg<dscNode> m_child;     // owning pointer to its own class
 };
 STO_DECLARE_CLASS(dscNode)
 
@@ -84,17 +89,8 @@ STO_CLASS(dscNode, sto_schema_dsc())
     STO_MEMBER(m_next);
     STO_MEMBER(m_child);
 }
-
-STO_ABSTRACT_CLASS(dscAbstract, sto_schema_dsc())
-{
-    STO_MEMBER(m_weight);
-}
-
-STO_CLASS(dscTagged, sto_schema_dsc())
-{
-    STO_MEMBER(m_tag);
-}
-
+STO_ABSTRACT_CLASS(dscAbstract, sto_schema_dsc()) { STO_MEMBER(m_weight); }
+STO_CLASS(dscTagged, sto_schema_dsc()) { STO_MEMBER(m_tag); }
 STO_CLASS(dscItem, sto_schema_dsc())
 {
     STO_BASE(dscAbstract);
@@ -114,18 +110,6 @@ STO_CLASS(dscItem, sto_schema_dsc())
     STO_OWNING_PTR(m_owned);
 }
 
-namespace {
-
-template <class Base, class Derived>
-int offset_of_base()
-{
-    alignas(Derived) static unsigned char storage[sizeof(Derived)];
-    Derived* d = reinterpret_cast<Derived*>(storage);
-    return static_cast<int>(reinterpret_cast<char*>(static_cast<Base*>(d)) - reinterpret_cast<char*>(d));
-}
-
-}  // namespace
-
 TEST(Describe, RegistrationIsLazyBuildsOnceAndDeducesMemberKinds)
 {
     stoClass const* first = sto_class_dscNode();
@@ -133,49 +117,42 @@ TEST(Describe, RegistrationIsLazyBuildsOnceAndDeducesMemberKinds)
     EXPECT_EQ(sto_schema_dsc()->look_up_object("dscNode"), static_cast<stoSchemaObject const*>(first));
     EXPECT_EQ(first->size(), static_cast<int>(sizeof(dscNode)));
     EXPECT_EQ(first->mapper(), static_cast<stoMapper const*>(sto_mapper_stoStandardMapper()));
-
-    EXPECT_EQ(first->number_of_direct_members(), 3);
-    EXPECT_EQ(first->number_of_inherited_members(), 3);
+    EXPECT_EQ(first->number_of_direct_members() * 10 + first->number_of_inherited_members(), 33);
     EXPECT_EQ(g_builds_of_node, 1);
     // A class whose members point at itself describes without recursion.
-    EXPECT_EQ(members_of(first),
-              (std::vector<std::string>{"m_id:int", "m_next:ptr(dscNode)", "m_child:prg(dscNode)"}));
+    EXPECT_EQ(members_of(first), (Names{"m_id:int", "m_next:ptr(dscNode)", "m_child:prg(dscNode)"}));
 
-    // Member kinds are deduced from the declarations.
+    // Member kinds are deduced from the declarations; a 64-bit integer keeps its width.
     stoClass const* c = sto_class_dscItem();
-    EXPECT_EQ(members_of(c),
-              (std::vector<std::string>{"m_big:int", "m_flag:int", "m_colour:int", "m_bytes:stoByteArray",
-                                        "m_embedded:dscNode", "m_shared:prf(dscNode)", "m_seen:ptr(dscNode)",
-                                        "m_type:handle", "m_grid:fixed(fixed(int,3),2)",
-                                        "m_pair:fixed(ptr(dscNode),2)", "m_n_values:int",
-                                        "m_values:var(double)", "m_rows:var(int)", "m_owned:prg(dscNode)"}));
+    EXPECT_EQ(members_of(c), (Names{"m_big:int", "m_flag:int", "m_colour:int", "m_bytes:stoByteArray",
+                                    "m_embedded:dscNode", "m_shared:prf(dscNode)", "m_seen:ptr(dscNode)",
+                                    "m_type:handle", "m_grid:fixed(fixed(int,3),2)",
+                                    "m_pair:fixed(ptr(dscNode),2)", "m_n_values:int", "m_values:var(double)",
+                                    "m_rows:var(int)", "m_owned:prg(dscNode)"}));
     stoClassMemberIT it(c);
     ASSERT_TRUE(++it);
-    EXPECT_EQ(it()->size(), 8);  // a 64-bit integer keeps its width
+    EXPECT_EQ(it()->size(), 8);
     ASSERT_TRUE(++it);
     EXPECT_EQ(it()->size(), 4);
-    EXPECT_EQ(sto_class_dscAbstract()->is_abstract(), 1);
-    EXPECT_EQ(sto_class_dscItem()->is_abstract(), 0);
+    EXPECT_TRUE(sto_class_dscAbstract()->is_abstract() == 1 && c->is_abstract() == 0);
 }
 
 TEST(Describe, OffsetsComeFromThePrototypeWhateverTheLayout)
 {
-    stoClass const* c = sto_class_dscItem();
-    int tagged_at = offset_of_base<dscTagged, dscItem>();
-    ASSERT_GT(tagged_at, 0);
-    EXPECT_EQ(bases_of(c),
-              (std::vector<std::string>{"dscAbstract@0", "dscTagged@" + std::to_string(tagged_at)}));
-
     dscItem item;
     auto at = [&item](void const* member) {
-        return std::to_string(reinterpret_cast<char const*>(member) - reinterpret_cast<char const*>(&item));
+        return std::to_string(static_cast<char const*>(member) - reinterpret_cast<char const*>(&item));
     };
-    std::vector<std::string> table = table_of(c);
+    int tagged_at = static_cast<int>(reinterpret_cast<char*>(static_cast<dscTagged*>(&item)) -
+                                     reinterpret_cast<char*>(&item));
+    ASSERT_GT(tagged_at, 0);
+    stoClass const* c = sto_class_dscItem();
+    EXPECT_EQ(bases_of(c), (Names{"dscAbstract@0", "dscTagged@" + std::to_string(tagged_at)}));
+    Names table = table_of(c);
     ASSERT_EQ(table.size(), 16u);
-    EXPECT_EQ(table[0], "dscAbstract::m_weight@" + at(&item.m_weight));
-    EXPECT_EQ(table[1], "dscTagged::m_tag@" + at(&item.m_tag));
-    EXPECT_EQ(table[13], "dscItem::m_values@" + at(&item.m_values));
-    EXPECT_EQ(table[15], "dscItem::m_owned@" + at(&item.m_owned));
+    EXPECT_EQ((Names{table[0], table[1], table[13], table[15]}),
+              (Names{"dscAbstract::m_weight@" + at(&item.m_weight), "dscTagged::m_tag@" + at(&item.m_tag),
+                     "dscItem::m_values@" + at(&item.m_values), "dscItem::m_owned@" + at(&item.m_owned)}));
 }
 
 TEST(Describe, HooksCreateDeleteAndCastThroughEveryBase)
@@ -192,27 +169,140 @@ TEST(Describe, HooksCreateDeleteAndCastThroughEveryBase)
 
     // The true class is found through any base, with the whole object's address.
     stoObjectPtr whole = tagged->sto_object();
-    EXPECT_EQ(whole.type(), c);
-    EXPECT_EQ(whole.ptr(), static_cast<void const*>(item));
+    EXPECT_TRUE(whole.type() == c && whole.ptr() == item);
     EXPECT_EQ(tagged->sto_dynamic_class(), c);
     EXPECT_TRUE(tagged->sto_type() == sto_type_dscItem());
     EXPECT_EQ(dscTagged::sto_true_class(tagged).ptr(), static_cast<void const*>(item));
+    stoRawPtr raw = sto_class_dscTagged()->true_type(tagged);
+    EXPECT_TRUE(raw.type() == sto_type_dscItem() && raw.ptr() == item && raw.size() == c->size());
 
     // The store's own casts, seen from any class of the object.
+    void* as_tagged = tagged;
     EXPECT_EQ(dscTagged::sto_dynamic_cast(c, p), tagged);
-    EXPECT_EQ(dscItem::sto_dynamic_cast(sto_class_dscTagged(), static_cast<void*>(tagged)), item);
-    EXPECT_EQ(dscAbstract::sto_dynamic_cast(sto_class_dscTagged(), static_cast<void*>(tagged)),
+    EXPECT_EQ(dscItem::sto_dynamic_cast(sto_class_dscTagged(), as_tagged), item);
+    EXPECT_EQ(dscAbstract::sto_dynamic_cast(sto_class_dscTagged(), as_tagged),
               static_cast<dscAbstract*>(item));
     EXPECT_EQ(dscNode::sto_dynamic_cast(c, p), nullptr);
     EXPECT_EQ(dscItem::sto_dynamic_cast(c, static_cast<void*>(nullptr)), nullptr);
-    stoRawPtr raw = sto_class_dscTagged()->true_type(tagged);
-    EXPECT_TRUE(raw.type() == sto_type_dscItem());
-    EXPECT_EQ(raw.ptr(), static_cast<void const*>(item));
-    EXPECT_EQ(raw.size(), c->size());
 
     c->destroy(p);
     void* many = sto_class_dscNode()->create_array(3);
     EXPECT_EQ(g_live_nodes, before + 3);
     sto_class_dscNode()->destroy_array(many, 3);
     EXPECT_EQ(g_live_nodes, before);
+}
+
+namespace {
+
+struct Expected {
+    stoClass const* (*cls)();
+    char const* name;
+    bool abstract;
+    Names bases, members;
+};
+#define STORE_CLASS(X) sto_class_##X, #X
+
+std::vector<Expected> const kStoreClasses = {
+    {STORE_CLASS(stoStubbable), true, {}, {}},
+    {STORE_CLASS(stoSystem), false, {"stoStubbable"}, {"m_version:int", "m_schema_chain:prg(stoSchemaLink)"}},
+    {STORE_CLASS(stoSchema), false, {"stoStubbable"},
+     {"m_system:ptr(stoSystem)", "m_schema_id:stoSchemaID", "m_last_binding:ptr(stoSchemaTypeBinding)",
+      "m_binding_chain:prg(stoSchemaTypeBinding)", "m_unnamed_type_chain:prg(stoUnnamedType)"}},
+    {STORE_CLASS(stoSchemaID), false, {}, {"m_name:utString", "m_version:int"}},
+    {STORE_CLASS(stoSchemaObject), true, {"stoStubbable"}, {"m_schema:ptr(stoSchema)", "m_name:utString"}},
+    {STORE_CLASS(stoSchemaLink), false, {}, {"m_next:prg(stoSchemaLink)", "m_schema:prg(stoSchema)"}},
+    {STORE_CLASS(stoType), true, {}, {"m_handle:handle"}},
+    {STORE_CLASS(stoTypeOwner), false, {}, {"m_type:prg(stoType)"}},
+    {STORE_CLASS(stoUnnamedType), false, {}, {"m_type:stoTypeOwner", "m_next_type:prg(stoUnnamedType)"}},
+    {STORE_CLASS(stoBasic), true, {"stoType", "stoSchemaObject"}, {"m_size:int"}},
+    {STORE_CLASS(stoIntType), false, {"stoBasic"}, {}},
+    {STORE_CLASS(stoDoubleType), false, {"stoBasic"}, {}},
+    {STORE_CLASS(stoStringType), false, {"stoBasic"}, {}},
+    {STORE_CLASS(stoByteArrayType), false, {"stoType"}, {}},
+    {STORE_CLASS(stoClass), false, {"stoType", "stoSchemaObject"},
+     {"m_size:int", "m_base_chain:prg(stoBase)", "m_n_members:int", "m_member_chain:prg(stoMember)",
+      "m_n_indirect_members:int", "m_inherited_members:var(stoMemberInstance)"}},
+    {STORE_CLASS(stoBase), false, {},
+     {"m_base_class:ptr(stoClass)", "m_base_offset:int", "m_next_base:prg(stoBase)"}},
+    {STORE_CLASS(stoMember), false, {"stoStubbable"},
+     {"m_class:ptr(stoClass)", "m_type:handle", "m_name:utString", "m_offset:int",
+      "m_next_member:prg(stoMember)"}},
+    {STORE_CLASS(stoMemberInstance), false, {}, {"m_member:ptr(stoMember)", "m_offset:int"}},
+    {STORE_CLASS(stoArraySize), true, {}, {}},
+    {STORE_CLASS(stoOffsetArraySize), false, {"stoArraySize"}, {"m_size_member:ptr(stoMember)"}},
+    {STORE_CLASS(stoMethodArraySize), false, {"stoArraySize"}, {"m_method_name:utString"}},
+    {STORE_CLASS(stoArrayType), true, {"stoType"}, {"m_type:handle"}},
+    {STORE_CLASS(stoFixedArrayType), false, {"stoArrayType"}, {"m_n_elements:int"}},
+    {STORE_CLASS(stoVariableArrayType), false, {"stoArrayType"},
+     {"m_member:ptr(stoMember)", "m_array_size:prg(stoArraySize)"}},
+    {STORE_CLASS(stoSchemaBinding), true, {},
+     {"m_schema:ptr(stoSchema)", "m_object:ptr(stoSchemaObject)", "m_prev_binding:ptr(stoSchemaBinding)",
+      "m_next_binding:prg(stoSchemaBinding)"}},
+    {STORE_CLASS(stoSchemaTypeBinding), false, {"stoSchemaBinding"}, {"m_type:stoTypeOwner"}},
+    {STORE_CLASS(stoSchemaMapperBinding), false, {"stoSchemaBinding"}, {"m_mapper:prg(stoMapper)"}},
+    {STORE_CLASS(stoPtrType), false, {"stoType"}, {"m_type:handle"}},
+    {STORE_CLASS(stoPrgType), false, {"stoPtrType"}, {}},
+    {STORE_CLASS(stoPrfType), false, {"stoPtrType"}, {}},
+    {STORE_CLASS(stoTypeHandleType), false, {"stoPtrType"}, {}},
+    {STORE_CLASS(stoMapper), true, {"stoSchemaObject"}, {}},
+    {STORE_CLASS(stoStandardMapper), false, {"stoMapper"}, {}},
+    {STORE_CLASS(stoMappedType), false, {"stoType"}, {"m_mapper:ptr(stoMapper)", "m_size:int"}},
+};
+
+// "Declaring::name" of the flattened table the expected bases and members
+// make: the bases' tables in order, then the class's own members.
+Names flattened(std::string const& name)
+{
+    Names out;
+    for (Expected const& e : kStoreClasses) {
+        if (e.name != name)
+            continue;
+        for (std::string const& base : e.bases)
+            for (std::string const& inherited : flattened(base))
+                out.push_back(inherited);
+        for (std::string const& member : e.members)
+            out.push_back(name + "::" + member.substr(0, member.find(':')));
+    }
+    return out;
+}
+
+}  // namespace
+
+// Found by name in the store schema once force-loaded (all but three that
+// load on use), before anything asks for the class itself. The flattened
+// table lists inherited members first.
+TEST(StoreSchema, EveryStoreClassHasItsDeclaredBasesAndMembersInOrder)
+{
+    sto_force_load();
+    stoSchema* store = sto_schema_sto_schema();
+    std::set<std::string> const loaded_on_use = {"stoTypeOwner", "stoUnnamedType", "stoStandardMapper"};
+    for (Expected const& e : kStoreClasses)
+        EXPECT_TRUE(loaded_on_use.count(e.name) || store->look_up_object(e.name)) << e.name;
+    for (Expected const& e : kStoreClasses) {
+        SCOPED_TRACE(e.name);
+        stoClass const* c = e.cls();
+        EXPECT_EQ(store->look_up_object(e.name), static_cast<stoSchemaObject const*>(c));
+        EXPECT_EQ(c->name(), e.name);
+        EXPECT_EQ(c->schema(), store);
+        EXPECT_EQ(c->is_abstract(), e.abstract ? 1 : 0);
+        Names bases, table;
+        for (std::string const& base : bases_of(c))
+            bases.push_back(base.substr(0, base.find('@')));
+        EXPECT_EQ(bases, e.bases);
+        EXPECT_EQ(members_of(c), e.members);
+        for (std::string const& entry : table_of(c))
+            table.push_back(entry.substr(0, entry.find('@')));
+        EXPECT_EQ(table, flattened(e.name));
+        EXPECT_EQ(c->mapper(), static_cast<stoMapper const*>(sto_mapper_stoStandardMapper()));
+    }
+}
+
+// A class's second base sits where the compiler put it.
+TEST(StoreSchema, SecondBaseOfStoClassSitsWhereTheCompilerPutIt)
+{
+    stoClass const* c = sto_class_stoClass();
+    int second = static_cast<int>(reinterpret_cast<char const*>(static_cast<stoSchemaObject const*>(c)) -
+                                  reinterpret_cast<char const*>(c));
+    EXPECT_GT(second, 0);
+    EXPECT_EQ(bases_of(c), (Names{"stoType@0", "stoSchemaObject@" + std::to_string(second)}));
 }

@@ -1,10 +1,7 @@
-// The platform layer as the store relies on it: null versus empty strings and
-// shared string buffers, the answers of sets and tables, the hand-over and
-// counting of the pointer kinds, stable element addresses, and pointer hashes
-// over the whole address. Text and files: the Unicode string and its UTF-8
-// forms, the Windows-1252 code page (checked against a hand-written table and
-// against the C library's converter), the failure flags, the file test, and
-// file streams opened by mode value.
+// The platform layer as the store relies on it: null versus empty and shared
+// strings, sets and tables, the pointer kinds, stable element addresses and
+// pointer hashes; Unicode strings, the Windows-1252 code page (against a
+// hand-written table and the C library's converter), the file test and streams.
 #include "test_support.h"
 
 #include "platform/om_stream.h"
@@ -17,20 +14,16 @@
 #include <climits>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
+#include <iterator>
 #include <sstream>
 #include <string>
-#include <vector>
 
 namespace {
 
-std::string output_path(const char* name)
-{
-    return std::string(STO_TEST_OUTPUT_DIR) + "/" + name;
-}
+std::string output_path(const char* name) { return std::string(STO_TEST_OUTPUT_DIR) + "/" + name; }
 
-// The C library's reading of one Windows-1252 byte, or -1 when it rejects
-// the byte or has no such converter (-2).
+// The C library's reading of one Windows-1252 byte: -1 when it rejects the
+// byte, -2 when it has no such converter.
 long iconv_cp1252(unsigned char byte)
 {
     iconv_t cd = iconv_open("UTF-32LE", "CP1252");
@@ -38,10 +31,8 @@ long iconv_cp1252(unsigned char byte)
         return -2;
     char in[1] = {static_cast<char>(byte)};
     unsigned char out[8] = {};
-    char* inp = in;
-    char* outp = reinterpret_cast<char*>(out);
-    size_t inleft = 1;
-    size_t outleft = sizeof out;
+    char *inp = in, *outp = reinterpret_cast<char*>(out);
+    size_t inleft = 1, outleft = sizeof out;
     size_t r = iconv(cd, &inp, &inleft, &outp, &outleft);
     iconv_close(cd);
     if (r == static_cast<size_t>(-1) || sizeof out - outleft != 4)
@@ -50,6 +41,14 @@ long iconv_cp1252(unsigned char byte)
                              (static_cast<unsigned long>(out[3]) << 24));
 }
 
+// "count count ..." of the strings' shared buffers.
+template <class... S>
+std::string shares(S const&... s)
+{
+    std::string r;
+    ((r += std::to_string(s.share_count()) + " "), ...);
+    return r;
+}
 
 int g_deaths;
 
@@ -67,70 +66,47 @@ struct CountedTwice : Counted {
 
 TEST(Platform, NullAndEmptyStringsStayDistinctAndCopiesShareUntilChanged)
 {
-    utString null;
-    utString empty("");
-    EXPECT_TRUE(null.is_null());
-    EXPECT_FALSE(empty.is_null());
-    EXPECT_FALSE(null == empty);
-    EXPECT_FALSE(empty == null);
-    EXPECT_FALSE(null == "");
-    EXPECT_TRUE(empty == "");
-    EXPECT_TRUE(null == utString());
-    EXPECT_EQ(null.length() + empty.length(), 0);
+    utString null, empty("");
+    EXPECT_TRUE(null.is_null() && utString(static_cast<char const*>(nullptr)).is_null());
+    EXPECT_FALSE(empty.is_null() || null == empty || empty == null || null == "");
+    EXPECT_TRUE(empty == "" && null == utString() && null.length() + empty.length() == 0);
     EXPECT_STREQ(null.c_str(), "");
-    EXPECT_TRUE(utString(static_cast<char const*>(nullptr)).is_null());
 
     // Appending, even nothing, makes a null string real.
-    utString grown;
+    utString grown, built, twice("ab");
     grown += "";
-    EXPECT_FALSE(grown.is_null());
-    EXPECT_TRUE(grown == empty);
-    utString built;
+    EXPECT_TRUE(!grown.is_null() && grown == empty);
     built << "m_size@" << 3 << "," << -12 << "," << INT_MIN;
-    EXPECT_EQ(built.str(), "m_size@3,-12,-2147483648");
-    EXPECT_TRUE(utString("m_size") + "@" + 3 == "m_size@3");
-    utString twice("ab");
     twice += twice;  // appending a string to itself
-    EXPECT_EQ(twice.str(), "abab");
+    EXPECT_EQ(built.str() + " " + twice.str(), "m_size@3,-12,-2147483648 abab");
+    EXPECT_TRUE(utString("m_size") + "@" + 3 == "m_size@3");
 
     // Copies share one buffer; a change gives the changed string its own.
-    utString a("hello");
-    utString b(a);
-    utString c;
+    utString a("hello"), b(a), c;
     c = a;
-    EXPECT_EQ(a.share_count(), 3);
+    EXPECT_EQ(shares(a), "3 ");
     EXPECT_EQ(a.c_str(), b.c_str());
     b += "!";
-    EXPECT_EQ(a.str(), "hello");
-    EXPECT_EQ(b.str(), "hello!");
-    EXPECT_EQ(a.share_count(), 2);
-    EXPECT_EQ(b.share_count(), 1);
+    EXPECT_EQ(a.str() + "|" + b.str() + "|" + shares(a, b), "hello|hello!|2 1 ");
     c = null;
     EXPECT_TRUE(c.is_null());
-    EXPECT_EQ(a.share_count(), 1);
-    EXPECT_EQ(null.share_count(), 0);
+    EXPECT_EQ(shares(a, null), "1 0 ");
     utString d(a);
     utString& alias = a;  // assigning a shared string to itself keeps it whole
     a = alias;
-    EXPECT_EQ(a.str(), "hello");
-    EXPECT_EQ(d.share_count(), 2);
+    EXPECT_EQ(a.str() + "|" + shares(d), "hello|2 ");
 
     // Embedded zero bytes are part of the string.
     utString z(utStringArray, "a\0b\0", 4);
-    EXPECT_EQ(z.length(), 4);
-    EXPECT_EQ(z[1], '\0');
-    EXPECT_EQ(z[2], 'b');
-    EXPECT_FALSE(z == utString(utStringArray, "a\0c\0", 4));
-    EXPECT_FALSE(z == "a");
-    EXPECT_EQ((z + z).length(), 8);
+    EXPECT_TRUE(z.length() == 4 && z[1] == '\0' && z[2] == 'b' && (z + z).length() == 8);
+    EXPECT_FALSE(z == utString(utStringArray, "a\0c\0", 4) || z == "a");
     EXPECT_FALSE(utString(utStringArray, "x", 0).is_null());
     std::ostringstream os;
     os << z;
     EXPECT_EQ(os.str(), std::string("a\0b\0", 4));
 
     // Equal strings in separate buffers hash alike.
-    utString x("stoClass");
-    utString y = utString("sto") + "Class";
+    utString x("stoClass"), y = utString("sto") + "Class";
     EXPECT_NE(x.c_str(), y.c_str());
     EXPECT_EQ(co_hash(x), co_hash(y));
     EXPECT_EQ(co_hash(z), co_hash(utString(utStringArray, "a\0b\0", 4)));
@@ -139,29 +115,23 @@ TEST(Platform, NullAndEmptyStringsStayDistinctAndCopiesShareUntilChanged)
 TEST(Platform, SetsAnswerThePresentElementAndTablesCreateOnRead)
 {
     coSet<utString> names(4, 50);
-    utString first("m_next");
-    EXPECT_TRUE(names.add(first).is_null());  // added: the nil element
-    utString again("m_next");
-    utString present = names.add(again);
-    EXPECT_EQ(present.c_str(), first.c_str());  // the element already there
-    EXPECT_EQ(names.size(), 1);
-    EXPECT_TRUE(names.add(utString("")).is_null());  // the empty string is not null
+    utString first("m_next"), again("m_next");
+    EXPECT_TRUE(names.add(first).is_null());             // added: the nil element
+    EXPECT_EQ(names.add(again).c_str(), first.c_str());  // the element already there
+    EXPECT_TRUE(names.add(utString("")).is_null());      // the empty string is not null
     EXPECT_EQ(names.size(), 2);
     EXPECT_EQ(names.remove(again), 1);
     EXPECT_EQ(names.remove(again), 0);
     EXPECT_FALSE(names.contains(first));
     EXPECT_EQ(names.remove_any().str(), "");
-    EXPECT_TRUE(names.is_empty());
-    EXPECT_TRUE(names.remove_any().is_null());
-    coSet<Counted*> pointers;
-    EXPECT_EQ(pointers.remove_any(), nullptr);
+    EXPECT_TRUE(names.is_empty() && names.remove_any().is_null());
+    EXPECT_EQ(coSet<Counted*>().remove_any(), nullptr);
 
     coTable<utString, stoSchemaObject const*> objects(4, 50);
     EXPECT_EQ(objects.find("int"), nullptr);  // find never creates
     EXPECT_EQ(objects.size(), 0);
     stoSchemaObject const*& entry = objects["int"];
     EXPECT_EQ(entry, nullptr);
-    EXPECT_EQ(objects.size(), 1);
     EXPECT_EQ(&objects["int"], &entry);  // a second read answers the same entry
     EXPECT_EQ(objects.find("int"), &entry);
     EXPECT_EQ(objects.size(), 1);
@@ -171,8 +141,7 @@ TEST(Platform, SetsAnswerThePresentElementAndTablesCreateOnRead)
     ++counts[utString("")];
     ++counts[utString("")];
     EXPECT_EQ(counts.size(), 2);  // null and empty keys are separate entries
-    EXPECT_EQ(counts[utString("")], 2);
-    EXPECT_EQ(counts[utString()], 1);
+    EXPECT_EQ(counts[utString("")] * 10 + counts[utString()], 21);
     EXPECT_EQ(counts.remove(utString()), 1);
     EXPECT_EQ(counts.remove(utString()), 0);
 }
@@ -183,15 +152,11 @@ TEST(Platform, OwningPointersHandOverAndDeleteOnce)
     {
         coPrg<Counted> a(new Counted);
         Counted* raw = a.get();
-        coPrg<Counted> b(a);
-        EXPECT_EQ(a.get(), nullptr);
-        EXPECT_EQ(b.get(), raw);
-        coPrg<Counted> c;
+        coPrg<Counted> b(a), c;
+        EXPECT_TRUE(a.get() == nullptr && b.get() == raw);
         c = b;
-        EXPECT_EQ(b.get(), nullptr);
-        EXPECT_EQ(c.get(), raw);
+        EXPECT_TRUE(b.get() == nullptr && c.get() == raw);
         c.reset(raw);  // the pointee it already holds: nothing is deleted
-        EXPECT_EQ(g_deaths, 0);
         c.reset(new Counted);
         EXPECT_EQ(g_deaths, 1);
         Counted* released = c.release();
@@ -212,8 +177,7 @@ TEST(Platform, OwningPointersHandOverAndDeleteOnce)
         EXPECT_EQ(stack.top()->value, 2);
         stack.pop();
         EXPECT_EQ(g_deaths, 1);
-        EXPECT_EQ(stack.top()->value, 1);
-        EXPECT_EQ(stack.size(), 2);
+        EXPECT_EQ(stack.top()->value * 10 + stack.size(), 12);
     }
     EXPECT_EQ(g_deaths, 3);
 }
@@ -222,22 +186,17 @@ TEST(Platform, CountedPointersDeleteAtTheLastRelease)
 {
     g_deaths = 0;
     coPrf<Counted> outer;
-    EXPECT_EQ(outer.count(), 0);
-    EXPECT_TRUE(outer.unique());
+    EXPECT_TRUE(outer.count() == 0 && outer.unique());
     {
         coPrf<Counted> a(new Counted);
-        EXPECT_EQ(a.count(), 1);
-        EXPECT_TRUE(a.unique());
+        EXPECT_TRUE(a.count() == 1 && a.unique());
         {
             coPrf<Counted> b(a);
-            EXPECT_EQ(a.count(), 2);
-            EXPECT_FALSE(b.unique());
-            EXPECT_EQ(a.ref(), b.ref());
+            EXPECT_TRUE(a.count() == 2 && !b.unique() && a.ref() == b.ref());
             b = a;  // same pointee: the count does not move
             EXPECT_EQ(a.count(), 2);
         }
-        EXPECT_EQ(g_deaths, 0);
-        EXPECT_TRUE(a.unique());
+        EXPECT_TRUE(g_deaths == 0 && a.unique());
         outer = a;
         EXPECT_EQ(outer.count(), 2);
     }
@@ -251,8 +210,7 @@ TEST(Platform, CountedPointersDeleteAtTheLastRelease)
     utRef never(-1);
     EXPECT_TRUE(never.unique());
     never.increment();
-    EXPECT_EQ(never.count(), 2);
-    EXPECT_FALSE(never.unique());
+    EXPECT_TRUE(never.count() == 2 && !never.unique());
     EXPECT_EQ(never.decrement(), 1);
     EXPECT_TRUE(never.unique());
     EXPECT_EQ(utRef(-1).decrement(), 0);
@@ -265,29 +223,21 @@ TEST(Platform, ElementsStayPutAndPointersHashEveryByte)
     int* first = &array[0];
     for (int i = 1; i < 50000; ++i)
         array.append(i);
-    EXPECT_EQ(&array[0], first);
-    EXPECT_EQ(*first, 42);
+    EXPECT_TRUE(&array[0] == first && *first == 42);
     *first = 7;
-    EXPECT_EQ(array[0], 7);
-    EXPECT_EQ(array[49999], 49999);
+    EXPECT_TRUE(array[0] == 7 && array[49999] == 49999);
 
     // Addresses that differ only above bit 31 (never dereferenced).
-    void const* low = reinterpret_cast<void const*>(static_cast<std::uintptr_t>(0x0000000100001000ull));
-    void const* high = reinterpret_cast<void const*>(static_cast<std::uintptr_t>(0x0000000200001000ull));
-    void const* top = reinterpret_cast<void const*>(static_cast<std::uintptr_t>(0x7f00000000001000ull));
+    auto address = [](std::uintptr_t a) { return reinterpret_cast<void const*>(a); };
+    void const *low = address(0x0000000100001000ull), *high = address(0x0000000200001000ull);
     EXPECT_NE(co_hash_pointer(low), co_hash_pointer(high));
-    EXPECT_NE(co_hash_pointer(low), co_hash_pointer(top));
+    EXPECT_NE(co_hash_pointer(low), co_hash_pointer(address(0x7f00000000001000ull)));
     EXPECT_EQ(co_hash_pointer(low), co_hash(const_cast<void*>(low)));
     coSet<void const*> set;
-    EXPECT_EQ(set.add(low), nullptr);
-    EXPECT_EQ(set.add(high), nullptr);
+    EXPECT_TRUE(set.add(low) == nullptr && set.add(high) == nullptr);
     EXPECT_EQ(set.add(low), low);
     EXPECT_EQ(set.size(), 2);
 }
-
-// ---------------------------------------------------------------------------
-// veString
-// ---------------------------------------------------------------------------
 
 TEST(PlatformIoStrings, Utf8AndCodesConvertBothWaysAndIllFormedInputFails)
 {
@@ -300,12 +250,12 @@ TEST(PlatformIoStrings, Utf8AndCodesConvertBothWaysAndIllFormedInputFails)
         {"A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", {U'A', 0xE9, 0x20AC, 0x1F600}, false},
         {"", U"", false},
         {nullptr, U"", false},
-        {"\x80", U"\uFFFD", true},                      // lone tail byte
-        {"\xC0\x80", U"\uFFFD\uFFFD", true},            // overlong zero
-        {"\xE0\x80\x80", U"\uFFFD\uFFFD\uFFFD", true},  // overlong three bytes
-        {"\xED\xA0\x80", U"\uFFFD\uFFFD\uFFFD", true},  // surrogate
+        {"\x80", U"\uFFFD", true},                                // lone tail byte
+        {"\xC0\x80", U"\uFFFD\uFFFD", true},                      // overlong zero
+        {"\xE0\x80\x80", U"\uFFFD\uFFFD\uFFFD", true},            // overlong three bytes
+        {"\xED\xA0\x80", U"\uFFFD\uFFFD\uFFFD", true},            // surrogate
         {"\xF4\x90\x80\x80", U"\uFFFD\uFFFD\uFFFD\uFFFD", true},  // 0x110000
-        {"a\xE2\x82", U"a\uFFFD", true},  // cut short: one for the start
+        {"a\xE2\x82", U"a\uFFFD", true},                          // cut short: one for the start
         {"\xE2\x82z", U"\uFFFDz", true},
         {"\xFF", U"\uFFFD", true},
     };
@@ -340,24 +290,17 @@ TEST(PlatformIoStrings, Utf8AndCodesConvertBothWaysAndIllFormedInputFails)
     EXPECT_TRUE(b == veString(veStringUTF8, "\xC3\xA9t\xC3\xA9", failure));
 }
 
-// ---------------------------------------------------------------------------
-// Encodings
-// ---------------------------------------------------------------------------
-
 TEST(PlatformIoStrings, ChooserAnswersLastingCodePageAndUtf8Encodings)
 {
-    const veIStringEncoding* mb = nullptr;
-    const veIStringEncoding* ut = nullptr;
+    const veIStringEncoding *mb = nullptr, *ut = nullptr;
     {
         veStringEncodingChooser chooser;
         mb = chooser.mb_encoding();
         ut = chooser.ut_encoding();
     }
-    ASSERT_NE(mb, nullptr);
-    ASSERT_NE(ut, nullptr);
+    ASSERT_TRUE(mb && ut);
     EXPECT_EQ(mb, veStringEncodingChooser::mb_encoding());
-    EXPECT_STREQ(mb->name(), "Windows-1252");
-    EXPECT_STREQ(ut->name(), "UTF-8");
+    EXPECT_EQ(std::string(mb->name()) + "|" + ut->name(), "Windows-1252|UTF-8");
 }
 
 // Every byte against the C library's converter, where it has one; these
@@ -390,15 +333,13 @@ TEST(PlatformIoStrings, Windows1252DecodesItsOwnRangeAndRoundTripsEveryDefinedBy
         if (expected == -1) {
             EXPECT_NE(failure, 0) << b;
         } else if (expected >= 0) {
-            EXPECT_EQ(failure, 0) << b;
-            EXPECT_EQ(s.codes(), std::u32string(1, static_cast<char32_t>(expected))) << b;
+            EXPECT_TRUE(failure == 0 && s.codes() == std::u32string(1, static_cast<char32_t>(expected))) << b;
         }
     }
     EXPECT_EQ(all.size(), 250u);
     int failure = 7;
     veString s = cp->decode(all.c_str(), failure);
-    EXPECT_EQ(failure, 0);
-    EXPECT_EQ(s.length(), 250);
+    EXPECT_TRUE(failure == 0 && s.length() == 250);
     failure = 7;
     EXPECT_EQ(cp->encode(s, failure).str(), all);
     EXPECT_EQ(failure, 0);
@@ -418,8 +359,7 @@ TEST(PlatformIoStrings, Utf8EncodingDecodesStrictlyAndEncodesEverything)
     const veIStringEncoding* ut = veStringEncodingChooser::ut_encoding();
     int failure = 7;
     veString s = ut->decode("\xE2\x82\xAC", failure);
-    EXPECT_EQ(failure, 0);
-    EXPECT_EQ(s.codes(), std::u32string(1, 0x20AC));
+    EXPECT_TRUE(failure == 0 && s.codes() == std::u32string(1, 0x20AC));
     EXPECT_EQ(ut->encode(s, failure).str(), "\xE2\x82\xAC");
     EXPECT_EQ(failure, 0);
     ut->decode("\xE9", failure);
@@ -432,56 +372,33 @@ TEST(PlatformIoStrings, Utf8EncodingDecodesStrictlyAndEncodesEverything)
     EXPECT_EQ(failure, 0);
 }
 
-// ---------------------------------------------------------------------------
-// Files and streams
-// ---------------------------------------------------------------------------
-
 TEST(PlatformIoFiles, ModeValuesMapToStandardOpenModes)
 {
-    EXPECT_EQ(om_open_mode(1), std::ios_base::in);
-    EXPECT_EQ(om_open_mode(2), std::ios_base::out);
-    EXPECT_EQ(om_open_mode(33), std::ios_base::in | std::ios_base::binary);
-    EXPECT_EQ(om_open_mode(omOut | omTrunc | omBinary),
-              std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
-    EXPECT_EQ(om_open_mode(omApp | omAte), std::ios_base::app | std::ios_base::ate);
+    using std::ios_base;
+    EXPECT_EQ(om_open_mode(1), ios_base::in);
+    EXPECT_EQ(om_open_mode(2), ios_base::out);
+    EXPECT_EQ(om_open_mode(33), ios_base::in | ios_base::binary);
+    EXPECT_EQ(om_open_mode(omOut | omTrunc | omBinary), ios_base::out | ios_base::trunc | ios_base::binary);
+    EXPECT_EQ(om_open_mode(omApp | omAte), ios_base::app | ios_base::ate);
 }
 
-// Bytes written by the output stream read back whole; mode 2 truncates and
-// writes like any ostream; the file test sees files but not folders or
-// missing names, which no stream opens.
+// Bytes written by the output stream read back whole; mode 2 truncates; the
+// file test sees files but not folders or missing names, which no stream opens.
 TEST(PlatformIoFiles, FilesWrittenByOutputStreamsReadBackByteForByte)
 {
-    std::string path = output_path("platform_io_bytes.bin");
-    std::string bytes;
-    for (int round = 0; round < 3; ++round)
-        for (int b = 0; b < 256; ++b)
-            bytes += static_cast<char>(b);  // zeros, CR LF and 0x1A included
+    std::string path = output_path("platform_io_bytes.bin"), bytes;
+    for (int i = 0; i < 3 * 256; ++i)
+        bytes += static_cast<char>(i);  // zeros, CR LF and 0x1A included
     {
         omOFStream out;
         out.open(path.c_str(), omOut | omBinary);
         ASSERT_TRUE(out.good());
-        std::ostream& as_ostream = out;
-        as_ostream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        static_cast<std::ostream&>(out).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
         ASSERT_TRUE(out.good());
     }
     omIFStream in(path.c_str(), 33);
     ASSERT_TRUE(in.good());
-    in.seekg(0, std::ios::end);
-    std::streamoff size = in.tellg();
-    EXPECT_EQ(size, static_cast<std::streamoff>(bytes.size()));
-    in.seekg(0, std::ios::beg);
-    EXPECT_EQ(std::streamoff(in.tellg()), 0);
-    std::vector<char> buffer(bytes.size() + 10);
-    in.read(buffer.data(), static_cast<std::streamsize>(size));
-    EXPECT_EQ(in.gcount(), size);
-    EXPECT_TRUE(in.good());
-    EXPECT_EQ(std::string(buffer.data(), static_cast<std::size_t>(size)), bytes);
-    // Asking for more than is left delivers what there is.
-    in.seekg(-5, std::ios::end);
-    in.read(buffer.data(), 10);
-    EXPECT_EQ(in.gcount(), 5);
-    EXPECT_FALSE(in.good());
-    EXPECT_EQ(std::string(buffer.data(), 5), bytes.substr(bytes.size() - 5));
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), bytes);
 
     std::string text = output_path("platform_io_text.txt");
     {
@@ -492,29 +409,21 @@ TEST(PlatformIoFiles, FilesWrittenByOutputStreamsReadBackByteForByte)
     {
         omOFStream out;
         out.open(utString(text.c_str()), 2);
-        std::ostream& os = out;
-        os << "Error on line " << 3 << ": x\n";
+        static_cast<std::ostream&>(out) << "Error on line " << 3 << ": x\n";
     }
     omIFStream back(text, 1);
-    ASSERT_TRUE(back.good());
-    std::string line;
-    std::getline(back, line);
-    EXPECT_EQ(line, "Error on line 3: x");
-    EXPECT_FALSE(std::getline(back, line));
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(back), {}), "Error on line 3: x\n");
 
-    EXPECT_NE(veFileFinder::check_file_exists(text.c_str()), 0);
-    EXPECT_NE(veFileFinder::check_file_exists(text), 0);
-    EXPECT_NE(veFileFinder::check_file_exists(utString(text.c_str())), 0);
+    using F = veFileFinder;
+    EXPECT_TRUE(F::check_file_exists(text.c_str()) && F::check_file_exists(text) &&
+                F::check_file_exists(utString(text.c_str())));
     std::remove(text.c_str());
-    EXPECT_EQ(veFileFinder::check_file_exists(text), 0);
-    EXPECT_FALSE(omIFStream(text.c_str(), 1).good());
-    EXPECT_FALSE(omIFStream(text, 33).good());
-    EXPECT_FALSE(omIFStream(utString(text.c_str()), 33).good());
-    EXPECT_FALSE(omIFStream(static_cast<const char*>(nullptr), 1).good());
-    EXPECT_EQ(veFileFinder::check_file_exists(STO_TEST_OUTPUT_DIR), 0);
-    EXPECT_EQ(veFileFinder::check_file_exists(""), 0);
-    EXPECT_EQ(veFileFinder::check_file_exists(static_cast<const char*>(nullptr)), 0);
-    EXPECT_EQ(veFileFinder::check_file_exists(utString()), 0);
+    EXPECT_FALSE(F::check_file_exists(text) || F::check_file_exists(STO_TEST_OUTPUT_DIR) ||
+                 F::check_file_exists("") || F::check_file_exists(static_cast<const char*>(nullptr)) ||
+                 F::check_file_exists(utString()));
+    EXPECT_FALSE(omIFStream(text.c_str(), 1).good() || omIFStream(text, 33).good() ||
+                 omIFStream(utString(text.c_str()), 33).good() ||
+                 omIFStream(static_cast<const char*>(nullptr), 1).good());
     EXPECT_FALSE(omIFStream(STO_TEST_OUTPUT_DIR "/no_such_folder/x.sto", 1).good());
     EXPECT_FALSE(omOFStream(STO_TEST_OUTPUT_DIR "/no_such_folder/x.txt", 2).good());
 }
