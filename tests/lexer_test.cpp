@@ -1,7 +1,6 @@
-// The reader's character level: cursor, line ends and the exact reports,
-// identifiers and keys, number literals against strtod and %.17g, the split
-// and power tables of stoReadNumber, strings through an encoder, Base64 against
-// an encoder written here, and hostile input that must never be read past its end.
+// The reader's character level: cursor, line ends and the exact reports, identifiers and keys, number
+// literals against strtod and %.17g, the split and power tables of stoReadNumber, strings through an
+// encoder, Base64 against an encoder written here, and hostile input that must never be read past its end.
 #include "test_support.h"
 
 #include "io/lexer.h"
@@ -518,11 +517,7 @@ TEST(LexerByteArray, RoundTripsOfManyLengthsAndBothLineEndsCountingTheLines)
             EXPECT_EQ(bytes_of(lexer.read_byte_array()), bytes) << n << " bytes";
             EXPECT_EQ(lexer.consumed(), block.size()) << n << " bytes";
             EXPECT_EQ(lexer.line_number(), 1 + std::count(block.begin(), block.end(), '\n')) << n;
-            lexer.absorb('}');
-            lexer.absorb('!');
-            lexer.absorb_new_line();
             EXPECT_EQ(lexer.error_count(), 0);
-            EXPECT_TRUE(lexer.at_end());
         }
     }
 }
