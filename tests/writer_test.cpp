@@ -3,18 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdio>
 #include <limits>
 #include <sstream>
 #include <string>
 #include <vector>
-
-namespace {
-
-stoSchema* sto_schema_wrt() { return sto_test::saved_schema("writer_test", 3); }
-
-}  // namespace
 
 class wrtBase {
     STO_PERSISTENT(wrtBase)
@@ -61,12 +54,12 @@ public:
 };
 STO_DECLARE_CLASS(wrtOwnedInt)
 
-STO_CLASS(wrtBase, sto_schema_wrt())
+STO_CLASS(wrtBase, sto_test::saved_schema("writer_test", 3))
 {
     STO_MEMBER(m_base);
 }
 
-STO_CLASS(wrtLeaf, sto_schema_wrt())
+STO_CLASS(wrtLeaf, sto_test::saved_schema("writer_test", 3))
 {
     STO_BASE(wrtBase);
     STO_MEMBER(m_d);
@@ -76,14 +69,14 @@ STO_CLASS(wrtLeaf, sto_schema_wrt())
     STO_MEMBER(m_kind);
 }
 
-STO_CLASS(wrtHolder, sto_schema_wrt())
+STO_CLASS(wrtHolder, sto_test::saved_schema("writer_test", 3))
 {
     STO_OWNING_PTR(m_first);
     STO_MEMBER(m_embedded);
     STO_MEMBER(m_numbers);
 }
 
-STO_CLASS(wrtOwnedInt, sto_schema_wrt())
+STO_CLASS(wrtOwnedInt, sto_test::saved_schema("writer_test", 3))
 {
     STO_MEMBER_AS(m_first, sto_builder.build_unnamed_type(stoPrgType::make(sto_type_int())));
     STO_MEMBER(m_target);
