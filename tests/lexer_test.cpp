@@ -1,10 +1,6 @@
-// The reader's character level: the cursor and line counting, expected
-// characters and line ends, the exact text of every report, identifiers and
-// keys, number literals (integers, doubles, the 64-bit limits, scales at and
-// beyond the power tables, exponents beyond 32 bits), the split and the power
-// tables of stoReadNumber, strings through an encoder, Base64 byte
-// arrays against an encoder written here, hostile input that must never be
-// read past its end, and the accuracy of decimal conversion against strtod.
+// The reader's character level: cursor, line ends and the exact reports, identifiers and keys, number
+// literals against strtod and %.17g, the split and power tables of stoReadNumber, strings through an
+// encoder, Base64 against an encoder written here, and hostile input that must never be read past its end.
 #include "test_support.h"
 
 #include "io/lexer.h"
@@ -29,54 +25,36 @@
 
 namespace {
 
-// The library's literal decoder, counting its calls so that the tests see
-// the lexer going through it.
-class TestEncoder : public stoEncoder {
-public:
+// The library's literal decoder, counting its calls so that the tests see the lexer going through it.
+struct TestEncoder : stoEncoder {
     int encode_string(const char*& cursor, const char* end, utString& out) const override
     {
         ++calls;
         return stoNullEncoder().encode_string(cursor, end, out);
     }
-
     mutable int calls = 0;
 };
 
-// A lexer over a private heap copy of the text, exactly as long as the text,
-// so that the sanitizers catch any read at or past the end. Exposes the
-// protected interface and collects the reports.
+// A lexer over a private heap copy exactly as long as the text, so that the sanitizers catch any read at
+// or past the end. Exposes the protected interface and collects the reports.
 class TestLexer : public stoReadLexer {
 public:
     explicit TestLexer(std::string_view text, const stoEncoder* encoder = &default_encoder())
-        : stoReadLexer(&m_diagnostics, encoder), m_buffer(new char[text.size() ? text.size() : 1])
+        : stoReadLexer(&m_diagnostics, encoder), m_buffer(new char[std::max<std::size_t>(text.size(), 1)])
     {
-        if (!text.empty())
-            std::memcpy(m_buffer.get(), text.data(), text.size());
+        std::copy(text.begin(), text.end(), m_buffer.get());
         set_input(m_buffer.get(), static_cast<int>(text.size()));
     }
-
     static const TestEncoder& default_encoder()
     {
         static const TestEncoder encoder;
         return encoder;
     }
-
-    using stoReadLexer::absorb;
-    using stoReadLexer::absorb_new_line;
-    using stoReadLexer::at_end;
-    using stoReadLexer::e;
-    using stoReadLexer::error;
-    using stoReadLexer::line_number;
-    using stoReadLexer::peekc;
-    using stoReadLexer::read_byte_array;
-    using stoReadLexer::read_double;
-    using stoReadLexer::read_identifier;
-    using stoReadLexer::read_integer;
-    using stoReadLexer::read_number;
-    using stoReadLexer::read_string;
-    using stoReadLexer::set_cursor;
-    using stoReadLexer::set_encoder;
-    using stoReadLexer::skip_line;
+    using stoReadLexer::absorb, stoReadLexer::absorb_new_line, stoReadLexer::at_end, stoReadLexer::e,
+        stoReadLexer::error, stoReadLexer::line_number, stoReadLexer::peekc, stoReadLexer::read_byte_array,
+        stoReadLexer::read_double, stoReadLexer::read_identifier, stoReadLexer::read_integer,
+        stoReadLexer::read_number, stoReadLexer::read_string, stoReadLexer::set_cursor,
+        stoReadLexer::set_encoder, stoReadLexer::skip_line;
 
     std::size_t consumed() const { return static_cast<std::size_t>(cursor() - m_buffer.get()); }
     const char* buffer() const { return m_buffer.get(); }
@@ -114,8 +92,7 @@ std::string printed(double d)
 
 double random_finite_double(std::mt19937_64& random)
 {
-    for (;;) {
-        double x = 0;
+    for (double x;;) {
         std::uint64_t bits = random();
         std::memcpy(&x, &bits, sizeof x);
         if (std::isfinite(x))
@@ -123,73 +100,43 @@ double random_finite_double(std::mt19937_64& random)
     }
 }
 
-// What a number literal reads as: its kind, value, the bytes consumed and
-// the reports.
+// What a number literal reads as: its kind, value, the bytes consumed and the reports.
 struct NumberRead {
-    int is_integer = 0;
+    explicit NumberRead(std::string_view text) : lexer(text)
+    {
+        is_integer = lexer.read_number(integer, real);
+        errors = lexer.error_count();
+        consumed = lexer.consumed();
+    }
+    // The value in a double-typed place: integers convert.
+    double value() const { return is_integer ? static_cast<double>(integer) : real; }
+
+    TestLexer lexer;
+    int is_integer = 0, errors = 0;
     long long integer = 0;
     double real = 0.0;
     std::size_t consumed = 0;
-    std::string reports;
-    int errors = 0;
 };
 
-NumberRead read_number_literal(std::string_view text)
-{
-    TestLexer lexer(text);
-    NumberRead r;
-    r.is_integer = lexer.read_number(r.integer, r.real);
-    r.consumed = lexer.consumed();
-    r.reports = lexer.reports();
-    r.errors = lexer.error_count();
-    return r;
-}
+std::vector<unsigned char> bytes_of(const stoByteArray& a) { return {a.array(), a.array() + a.size()}; }
 
-// The value a literal has in a double-typed place: integers convert.
-double read_as_double(std::string_view text, int* errors = nullptr)
-{
-    NumberRead r = read_number_literal(text);
-    if (errors)
-        *errors = r.errors;
-    return r.is_integer ? static_cast<double>(r.integer) : r.real;
-}
-
-std::vector<unsigned char> bytes_of(const stoByteArray& array)
-{
-    if (array.size() == 0)
-        return {};
-    return std::vector<unsigned char>(array.array(), array.array() + array.size());
-}
-
-// Exposes the protected parts of stoReadNumber.
-class TestNumber : public stoReadNumber {
-public:
-    using stoReadNumber::split;
-};
-
-// ===========================================================================
-// Cursor, line ends and reports
-// ===========================================================================
+// --- Cursor, line ends and reports ---
 
 TEST(Lexer, PeekAnswersSignedBytesAndMinusOneAtTheEnd)
 {
     TestLexer lexer(std::string("a\x80\xff", 3));
-    EXPECT_EQ(lexer.peekc(), 'a');
-    EXPECT_EQ(lexer.absorb(), 'a');
-    EXPECT_EQ(lexer.peekc(), -128);
-    EXPECT_EQ(lexer.absorb(), -128);
+    for (int expected : {int('a'), -128}) {
+        EXPECT_EQ(lexer.peekc(), expected);
+        EXPECT_EQ(lexer.absorb(), expected);
+    }
     EXPECT_EQ(lexer.peekc(), -1);  // 0xFF looks like the end
     EXPECT_FALSE(lexer.at_end());
     lexer.absorb();
     EXPECT_TRUE(lexer.at_end());
     EXPECT_EQ(lexer.peekc(), -1);
     EXPECT_EQ(lexer.error_count(), 0);
-
-    TestLexer empty("");
-    EXPECT_EQ(empty.peekc(), -1);
-    EXPECT_TRUE(empty.at_end());
-    EXPECT_EQ(empty.absorb(), -1);
-    EXPECT_EQ(empty.consumed(), 0u);
+    EXPECT_EQ(lexer.absorb(), -1);
+    EXPECT_EQ(lexer.consumed(), 3u);
 
     // The cursor can be set only within the input.
     TestLexer abc("abc");
@@ -203,13 +150,11 @@ TEST(Lexer, PeekAnswersSignedBytesAndMinusOneAtTheEnd)
 
 TEST(Lexer, ExpectedCharactersAndLineEnds)
 {
-    // ops: 'N' absorbs a line end, '.' any character, any other character
-    // is expected. A failed expectation consumes nothing, except that a
-    // carriage return is taken before the line feed it lacks.
+    // ops: 'N' absorbs a line end, '.' any character, any other character is expected. A failed
+    // expectation consumes nothing, except that a carriage return is taken before the line feed it lacks.
     struct Case {
         std::string_view text;
-        const char* ops;
-        const char* reports;
+        const char *ops, *reports;
         std::size_t consumed;
         int line;
     } cases[] = {
@@ -226,14 +171,8 @@ TEST(Lexer, ExpectedCharactersAndLineEnds)
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "text \"" << c.text << "\" ops " << c.ops);
         TestLexer lexer(c.text);
-        for (const char* op = c.ops; *op; ++op) {
-            if (*op == 'N')
-                lexer.absorb_new_line();
-            else if (*op == '.')
-                lexer.absorb();
-            else
-                lexer.absorb(*op);
-        }
+        for (const char* op = c.ops; *op; ++op)
+            *op == 'N' ? lexer.absorb_new_line() : *op == '.' ? void(lexer.absorb()) : lexer.absorb(*op);
         EXPECT_EQ(lexer.reports(), c.reports);
         EXPECT_EQ(lexer.error_count(), *c.reports ? 1 : 0);
         EXPECT_EQ(lexer.consumed(), c.consumed);
@@ -252,17 +191,14 @@ TEST(Lexer, ReportsFormatCarryTheLineNumberAndAreCounted)
     lexer.error("%d and %c\n", 42, 'z');
     std::string name(5000, 'n');  // long reports are written whole
     lexer.error("Non class meta type '%s'\n", name.c_str());
-    EXPECT_EQ(lexer.reports(),
-              "Error on line 3: Can't find meta type called 'stoNothing'\n"
-              "Error on line 3: string formatError on line 3: 42 and z\n"
-              "Error on line 3: Non class meta type '" + name + "'\n");
-    EXPECT_EQ(lexer.error_count(), 4);
+    EXPECT_EQ(lexer.reports(), "Error on line 3: Can't find meta type called 'stoNothing'\n"
+                               "Error on line 3: string formatError on line 3: 42 and z\n"
+                               "Error on line 3: Non class meta type '" + name + "'\n");
     EXPECT_EQ(lexer.e(), 1);
     EXPECT_EQ(lexer.e(), 0);
     EXPECT_EQ(lexer.error_count(), 4);  // the count is never cleared
 
-    class Silent : public stoReadLexer {
-    public:
+    struct Silent : stoReadLexer {
         Silent() : stoReadLexer(nullptr, nullptr) { set_input("x", 1); }
         void fail() { absorb('y'); }
     } silent;
@@ -270,18 +206,13 @@ TEST(Lexer, ReportsFormatCarryTheLineNumberAndAreCounted)
     EXPECT_EQ(silent.error_count(), 1);  // counted without a stream
 }
 
-// ===========================================================================
-// Lines, identifiers, keys
-// ===========================================================================
+// --- Lines, identifiers, keys ---
 
 TEST(Lexer, SkipLineAnswersTheLineWithoutItsLineFeed)
 {
     TestLexer lexer("STO1\r\nroot=annDocument\nlast");
-    EXPECT_EQ(lexer.skip_line(), "STO1\r");
-    EXPECT_EQ(lexer.line_number(), 2);
-    EXPECT_EQ(lexer.skip_line(), "root=annDocument");
-    EXPECT_EQ(lexer.line_number(), 3);
-    EXPECT_EQ(lexer.skip_line(), "last");
+    for (const char* line : {"STO1\r", "root=annDocument", "last"})
+        EXPECT_EQ(lexer.skip_line(), line);
     EXPECT_TRUE(lexer.at_end());
     EXPECT_EQ(lexer.line_number(), 3);
     EXPECT_EQ(lexer.skip_line().length(), 0);
@@ -296,39 +227,32 @@ TEST(Lexer, SkipLineAnswersTheLineWithoutItsLineFeed)
 
 TEST(Lexer, Identifiers)
 {
-    for (int b = 0; b < 256; ++b) {
-        bool expected = (b >= 'a' && b <= 'z') || (b >= 'A' && b <= 'Z') || (b >= '0' && b <= '9') ||
-                        b == '_' || b == '#' || b == '$' || b == '%';
-        EXPECT_EQ(is_idchar(static_cast<char>(b)) != 0, expected) << "byte " << b;
+    for (int b = 0; b < 256; ++b)
+        EXPECT_EQ(is_idchar(static_cast<char>(b)) != 0, std::isalnum(b) || (b && std::strchr("_#$%", b)))
+            << "byte " << b;
+
+    // The longest run, not copied, possibly empty; {text, run, the byte after it}.
+    struct Case {
+        std::string_view text, run;
+        int next;
+    } cases[] = {{"store_1#$37=stoSchema(%$8,&%$7)\n", "store_1#$37", '='},
+                 {"ab\xc3\xa9x", "ab", static_cast<signed char>('\xc3')}, {"#12", "#12", -1}, {"(x", "", '('}};
+    for (const Case& c : cases) {
+        TestLexer lexer(c.text);
+        stoReadKey key = lexer.read_identifier();
+        EXPECT_EQ(std::string_view(key.text(), static_cast<std::size_t>(key.length())), c.run);
+        EXPECT_EQ(key.text(), lexer.buffer());
+        EXPECT_EQ(key.invalid(), c.run.empty());
+        EXPECT_EQ(key.line_number(), 1);
+        EXPECT_EQ(key.slot(), nullptr);
+        EXPECT_EQ(lexer.peekc(), c.next);
     }
 
-    // The longest run, not copied; the run may be empty.
-    TestLexer lexer("store_1#$37=stoSchema(%$8,&%$7)\n");
-    stoReadKey key = lexer.read_identifier();
-    EXPECT_EQ(key.string(), "store_1#$37");
-    EXPECT_EQ(key.length(), 11);
-    EXPECT_EQ(key.text(), lexer.buffer());
-    EXPECT_EQ(key.line_number(), 1);
-    EXPECT_EQ(key.slot(), nullptr);
-    EXPECT_EQ(lexer.peekc(), '=');
-    lexer.absorb('=');
-    EXPECT_EQ(lexer.read_identifier().string(), "stoSchema");
-    EXPECT_TRUE(lexer.read_identifier().invalid());
-    EXPECT_EQ(lexer.peekc(), '(');
-
-    TestLexer high("ab\xc3\xa9x");
-    EXPECT_EQ(high.read_identifier().string(), "ab");
-    EXPECT_EQ(high.peekc(), static_cast<signed char>('\xc3'));
-    TestLexer end_run("#12");
-    EXPECT_EQ(end_run.read_identifier().string(), "#12");
-    EXPECT_TRUE(end_run.at_end());
-
     TestLexer lines("a\nb\n\nc");
-    lines.read_identifier();
-    lines.absorb_new_line();
-    lines.read_identifier();
-    lines.absorb_new_line();
-    lines.absorb_new_line();
+    for (int i = 0; i < 3; ++i) {
+        lines.read_identifier();
+        lines.absorb_new_line();
+    }
     stoReadKey c = lines.read_identifier();
     EXPECT_EQ(c.string(), "c");
     EXPECT_EQ(c.line_number(), 4);
@@ -337,9 +261,7 @@ TEST(Lexer, Identifiers)
 TEST(Lexer, KeysCompareAndHashTheirBytesOnly)
 {
     const char text[] = "store_1 store_1#$37 store_1";
-    stoReadKey a(text, 7, 1);
-    stoReadKey longer(text + 8, 11, 2);
-    stoReadKey same(text + 20, 7, 9, reinterpret_cast<stoValueHandle*>(0x10));
+    stoReadKey a(text, 7, 1), longer(text + 8, 11, 2), same(text + 20, 7, 9, (stoValueHandle*)0x10);
     EXPECT_TRUE(a == same);
     EXPECT_FALSE(a != same);
     EXPECT_EQ(co_hash(a), co_hash(same));
@@ -365,9 +287,7 @@ TEST(Lexer, KeysCompareAndHashTheirBytesOnly)
     EXPECT_EQ(os.str(), "#12|");
 }
 
-// ===========================================================================
-// Number literals
-// ===========================================================================
+// --- Number literals ---
 
 TEST(LexerNumber, Literals)
 {
@@ -388,75 +308,47 @@ TEST(LexerNumber, Literals)
         std::size_t consumed = std::string::npos;  // npos: the whole literal
     };
     const Case cases[] = {
-        {"42", 1, 42, 0.0},
-        {"-17,", 1, -17, 0.0, "", 3},
-        {"+0)", 1, 0, 0.0, "", 2},
-        {"007", 1, 7, 0.0},
-        {"9223372036854775807", 1, kMax, 0.0},
-        {"-9223372036854775808", 1, kMin, 0.0},
+        {"42", 1, 42, 0.0}, {"-17,", 1, -17, 0.0, "", 3}, {"+0)", 1, 0, 0.0, "", 2}, {"007", 1, 7, 0.0},
+        {"9223372036854775807", 1, kMax, 0.0}, {"-9223372036854775808", 1, kMin, 0.0},
         // Equal to the limit in doubles: an integer, wrapped.
-        {"9223372036854775809", 1, kMin + 1, 0.0},
-        {"-9223372036854775809", 1, kMax, 0.0},
+        {"9223372036854775809", 1, kMin + 1, 0.0}, {"-9223372036854775809", 1, kMax, 0.0},
         {"18446744073709551616", 0, 0, 1.8446744073709552e19},
         {"-18446744073709551616", 0, 0, -1.8446744073709552e19},
         {"123456789012345678901234567890", 0, 0, 123456789012345678901234567890.0},
-        {"42.", 0, 0, 42.0},
-        {"42.0", 0, 0, 42.0},
-        {"4.2e1", 0, 0, 42.0},
-        {"42e0", 0, 0, 42.0},
-        {".5", 0, 0, 0.5},
-        {"-0.0", 0, 0, -0.0},
-        {"0.10000000000000001", 0, 0, 0.1},
+        {"42.", 0, 0, 42.0}, {"42.0", 0, 0, 42.0}, {"4.2e1", 0, 0, 42.0}, {"42e0", 0, 0, 42.0},
+        {".5", 0, 0, 0.5}, {"-0.0", 0, 0, -0.0}, {"0.10000000000000001", 0, 0, 0.1},
         {"1e308", 0, 0, 1e308},  // the top of the power table, whose split needs care
-        {"1.7976931348623157e308", 0, 0, kLargest},
-        {"-1.7976931348623157e308", 0, 0, -kLargest},
+        {"1.7976931348623157e308", 0, 0, kLargest}, {"-1.7976931348623157e308", 0, 0, -kLargest},
         // Below the threshold of overflow, which is half an ulp above the largest.
         {"1.7976931348623158e308", 0, 0, kLargest},
-        {"1e-307", 0, 0, 1e-307},
-        {"1e-308", 0, 0, 1e-308},
+        {"1e-307", 0, 0, 1e-307}, {"1e-308", 0, 0, 1e-308},
         {"2.2250738585072014e-292", 0, 0, 2.2250738585072014e-292},
-        // The scale is what counts, not the exponent: the digits of the
-        // fraction continue the digit string.
-        {"0.001e309", 0, 0, 1e306},
-        {"1000e305", 0, 0, 1e308},
+        // The scale is what counts, not the exponent: the fraction's digits continue the digit string.
+        {"0.001e309", 0, 0, 1e306}, {"1000e305", 0, 0, 1e308},
         {"0." + std::string(400, '0') + "1e401", 0, 0, 1.0},
         // Scales below the table give zero, keeping the sign.
-        {"22250738585072014e-324", 0, 0, 0.0},
-        {"1e-400", 0, 0, 0.0},
-        {"-1e-400", 0, 0, -0.0},
-        {"123e-310", 0, 0, 0.0},
-        {"0.0000001e-305", 0, 0, 0.0},
-        {"1e-2147483648", 0, 0, 0.0},
+        {"22250738585072014e-324", 0, 0, 0.0}, {"1e-400", 0, 0, 0.0}, {"-1e-400", 0, 0, -0.0},
+        {"123e-310", 0, 0, 0.0}, {"0.0000001e-305", 0, 0, 0.0}, {"1e-2147483648", 0, 0, 0.0},
         // A hundred thousand digits overflow the pair; the scale brings them back.
         {hundred_thousand + "e-100000", 0, 0, 0.0},
         // Out of range: reported, zero, consumed whole.
-        {"1e309", 0, 0, 0.0, range},
-        {"1.7976931348623159e308", 0, 0, 0.0, range},
-        {"9e308", 0, 0, 0.0, range},
-        {"-1e400", 0, 0, 0.0, range},
-        {"0e309", 0, 0, 0.0, range},
-        {"1e2147483647", 0, 0, 0.0, range},
-        {huge_integer, 0, 0, 0.0, range},
-        {huge_integer + ".5", 0, 0, 0.0, range},
-        {"-" + huge_integer, 0, 0, 0.0, range},
+        {"1e309", 0, 0, 0.0, range}, {"1.7976931348623159e308", 0, 0, 0.0, range},
+        {"9e308", 0, 0, 0.0, range}, {"-1e400", 0, 0, 0.0, range}, {"0e309", 0, 0, 0.0, range},
+        {"1e2147483647", 0, 0, 0.0, range}, {huge_integer, 0, 0, 0.0, range},
+        {huge_integer + ".5", 0, 0, 0.0, range}, {"-" + huge_integer, 0, 0, 0.0, range},
         {"0." + hundred_thousand + "e100001", 0, 0, 0.0, range},
-        // Exponents beyond 32 bits are truncated to them: 3000000000 to
-        // -1294967296 (below the table), 4294967297 to 1, 5000000000 to
-        // 705032704 and -2147483649 to 2147483647 (beyond it).
-        {"1e3000000000", 0, 0, 0.0, exponent},
-        {"2e4294967297", 0, 0, 20.0, exponent},
-        {"1e5000000000", 0, 0, 0.0, exponent + range},
-        {"5e-2147483649", 0, 0, 0.0, exponent + range},
+        // Exponents beyond 32 bits are truncated to them: 3000000000 to -1294967296 (below the table),
+        // 4294967297 to 1, 5000000000 to 705032704 and -2147483649 to 2147483647 (beyond it).
+        {"1e3000000000", 0, 0, 0.0, exponent}, {"2e4294967297", 0, 0, 20.0, exponent},
+        {"1e5000000000", 0, 0, 0.0, exponent + range}, {"5e-2147483649", 0, 0, 0.0, exponent + range},
         // A sign, and an exponent, need digits; what was read stands.
-        {"-.5", 0, 0, -0.5, digits},
-        {"+x", 1, 0, 0.0, digits, 1},
-        {"1e", 0, 0, 1.0, digits},
-        {"1e+,", 0, 0, 1.0, digits, 3},
+        {"-.5", 0, 0, -0.5, digits}, {"+x", 1, 0, 0.0, digits, 1},
+        {"1e", 0, 0, 1.0, digits}, {"1e+,", 0, 0, 1.0, digits, 3},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text.size() > 60 ? c.text.substr(0, 60) + "..." : c.text);
-        NumberRead r = read_number_literal(c.text);
-        EXPECT_EQ(r.reports, c.reports);
+        NumberRead r(c.text);
+        EXPECT_EQ(r.lexer.reports(), c.reports);
         EXPECT_EQ(r.errors, std::count(c.reports.begin(), c.reports.end(), '\n'));
         EXPECT_EQ(r.consumed, c.consumed == std::string::npos ? c.text.size() : c.consumed);
         EXPECT_EQ(r.is_integer, c.is_integer);
@@ -465,41 +357,38 @@ TEST(LexerNumber, Literals)
         }
         EXPECT_EQ(bits_of(r.real), bits_of(c.real)) << printed(r.real);
     }
-    EXPECT_EQ(read_as_double("3"), 3.0);
 
     // Exponent digits beyond 64 bits wrap without harm.
-    NumberRead r = read_number_literal("1e99999999999999999999999999999");
+    NumberRead r("1e99999999999999999999999999999");
     EXPECT_GE(r.errors, 1);
     EXPECT_EQ(r.consumed, 31u);
 
     // Every prefix of these literals ends exactly at the end of a buffer.
     for (std::string text : {"-123.456e-7", "9223372036854775807", ".5E+3", "1e3000000000"})
         for (std::size_t n = 0; n <= text.size(); ++n)
-            EXPECT_LE(read_number_literal(std::string_view(text).substr(0, n)).consumed, n);
+            EXPECT_LE(NumberRead(std::string_view(text).substr(0, n)).consumed, n);
 }
 
-// ===========================================================================
-// stoReadNumber
-// ===========================================================================
+// --- stoReadNumber ---
 
 TEST(ReadNumber, SplitCoversTheWholeRange)
 {
+    struct Split : stoReadNumber {
+        using stoReadNumber::split;
+    };
     std::mt19937_64 random(1234);
     std::vector<double> samples = {1.0, 0.1, 1e308, -1e308, 1.7e308, 1e-300, 3e-320, std::ldexp(1.0, 997),
                                    std::ldexp(1.0, 996), std::nextafter(std::ldexp(1.0, 996), 0.0)};
-    while (samples.size() < 10000) {
-        double x = random_finite_double(random);
-        if (std::fabs(x) < 1.79769e308)
+    while (samples.size() < 10000)
+        if (double x = random_finite_double(random); std::fabs(x) < 1.79769e308)
             samples.push_back(x);
-    }
     for (double x : samples) {
         volatile double hi = 0, lo = 0;
-        TestNumber::split(x, hi, lo);
+        Split::split(x, hi, lo);
         double h = hi, l = lo;
         ASSERT_TRUE(std::isfinite(h)) << x;
         EXPECT_EQ(h + l, x) << x;
-        // The high half has at most 26 significant bits.
-        int e = 0;
+        int e = 0;  // the high half has at most 26 significant bits
         double scaled = std::ldexp(std::frexp(h, &e), 26);
         EXPECT_EQ(scaled, std::trunc(scaled)) << x;
     }
@@ -507,30 +396,22 @@ TEST(ReadNumber, SplitCoversTheWholeRange)
 
 TEST(ReadNumber, PowersOfTenAgreeWithStrtodAndScaleBeyondTheTables)
 {
-    for (int power = 0; power <= stoReadNumber::kMaxPower; ++power) {
-        stoReadNumber up(1.0), down(1.0);
-        up.multiply_by_ten_to_the(power);
-        down.multiply_by_ten_to_the(-power);
-        std::string text = "1e" + std::to_string(power);
-        EXPECT_EQ(up.value(), std::strtod(text.c_str(), nullptr)) << text;
-        text = "1e-" + std::to_string(power);
-        double expected = std::strtod(text.c_str(), nullptr);
-        // The last entries lose precision in the subnormal range: 10^-307 is
-        // an ulp off. The lexer goes around them.
-        if (power < 307)
-            EXPECT_EQ(down.value(), expected) << text;
-        else
-            EXPECT_LE(ulp_distance(down.value(), expected), 1u) << text;
-        EXPECT_EQ(read_number_literal(text).real, expected) << text;
-    }
-
-    // Outside the tables: below gives zero, above is scaled in steps the
-    // table holds.
     auto scaled = [](double x, int power) {
         stoReadNumber s(x);
         s.multiply_by_ten_to_the(power);
         return s;
     };
+    for (int power = 0; power <= stoReadNumber::kMaxPower; ++power) {
+        std::string up = "1e" + std::to_string(power), down = "1e-" + std::to_string(power);
+        EXPECT_EQ(scaled(1.0, power).value(), std::strtod(up.c_str(), nullptr)) << up;
+        double expected = std::strtod(down.c_str(), nullptr);
+        // The last entries lose precision in the subnormal range: 10^-307 is an ulp off. The lexer goes
+        // around them.
+        EXPECT_LE(ulp_distance(scaled(1.0, -power).value(), expected), power < 307 ? 0u : 1u) << down;
+        EXPECT_EQ(NumberRead(down).real, expected) << down;
+    }
+
+    // Outside the tables: below gives zero, above is scaled in steps the table holds.
     EXPECT_EQ(scaled(5.0, -309).hi(), 0.0);
     EXPECT_EQ(scaled(5.0, -309).lo(), 0.0);
     EXPECT_EQ(scaled(5.0, std::numeric_limits<int>::min()).value(), 0.0);
@@ -541,16 +422,13 @@ TEST(ReadNumber, PowersOfTenAgreeWithStrtodAndScaleBeyondTheTables)
     EXPECT_EQ(scaled(0.0, std::numeric_limits<int>::max()).value(), 0.0);
 }
 
-// ===========================================================================
-// Strings
-// ===========================================================================
+// --- Strings ---
 
 TEST(Lexer, StringsGoThroughTheEncoder)
 {
     TestEncoder encoder;
     TestLexer lexer("\"a\\x41\\x4a\\n\\\"\\\\\",@,\"\"", &encoder);
     EXPECT_EQ(lexer.read_string(), "aA\x40n\"\\");
-    EXPECT_EQ(lexer.peekc(), ',');
     lexer.absorb(',');
     EXPECT_TRUE(lexer.read_string().is_null());
     lexer.absorb(',');
@@ -575,36 +453,18 @@ TEST(Lexer, StringsGoThroughTheEncoder)
     EXPECT_EQ(lines.line_number(), 1);
     lines.absorb_new_line();
     EXPECT_EQ(lines.line_number(), 2);
-}
 
-TEST(Lexer, MalformedStringsAreReported)
-{
-    for (const char* text : {"\"abc", "abc", ""}) {
+    for (const char* text : {"\"abc", "abc", ""}) {  // malformed
         SCOPED_TRACE(text);
-        TestLexer lexer(text);
-        EXPECT_TRUE(lexer.read_string().is_null());
-        EXPECT_EQ(lexer.reports(), "Error on line 1: string format");
-        EXPECT_EQ(lexer.error_count(), 1);
-        EXPECT_LE(lexer.consumed(), std::strlen(text));
+        TestLexer bad(text);
+        EXPECT_TRUE(bad.read_string().is_null());
+        EXPECT_EQ(bad.reports(), "Error on line 1: string format");
+        EXPECT_EQ(bad.error_count(), 1);
+        EXPECT_LE(bad.consumed(), std::strlen(text));
     }
 }
 
-// ===========================================================================
-// Byte arrays
-// ===========================================================================
-
-stoByteArray decode(std::string_view text, std::size_t* consumed = nullptr)
-{
-    std::unique_ptr<char[]> block(new char[text.size() ? text.size() : 1]);
-    if (!text.empty())
-        std::memcpy(block.get(), text.data(), text.size());
-    const char* cursor = block.get();
-    stoByteArray out;
-    EXPECT_EQ(sto_read_ascii_stoByteArray(cursor, block.get() + text.size(), out), 1);
-    if (consumed)
-        *consumed = static_cast<std::size_t>(cursor - block.get());
-    return out;
-}
+// --- Byte arrays ---
 
 TEST(LexerByteArray, Decoding)
 {
@@ -616,39 +476,35 @@ TEST(LexerByteArray, Decoding)
         std::size_t consumed;    // kAny: not checked
     } cases[] = {
         {"YQ==\n\n}!", 1, "a", 6},  // after the empty line
-        {"YWI=\n\n", 2, "ab", kAny},
-        {"YWJj\n\n", 3, "abc", kAny},
-        {"\n}!", 0, "", 1},
-        {"\r\n}!", 0, "", 2},
-        {"", 0, "", 0},
+        {"YWI=\n\n", 2, "ab", kAny}, {"YWJj\n\n", 3, "abc", kAny},
+        {"\n}!", 0, "", 1}, {"\r\n}!", 0, "", 2}, {"", 0, "", 0},
         // Bytes outside the alphabet count as "A".
         {"****\n\n", 3, std::string_view("\0\0\0", 3), kAny},
         {"\xff\x80YQ\n\n", 3, std::string_view("\0\x06\x10", 3), kAny},
         // Sizes follow the measure (characters and pads), never the groups.
-        {"========\n\n", 0, "", kAny},
-        {"Y=QQ\n\n", 2, {}, kAny},
-        {"YQ=A\n\n", 2, std::string_view("a\0", 2), kAny},
-        {"YWJjZ\n\n", 6, {}, kAny},
+        {"========\n\n", 0, "", kAny}, {"Y=QQ\n\n", 2, {}, kAny},
+        {"YQ=A\n\n", 2, std::string_view("a\0", 2), kAny}, {"YWJjZ\n\n", 6, {}, kAny},
         {"YW\nJj\n\n", 3, "abc", kAny},
         // No empty line: the data runs to the end of the input.
         {"YWJj\nYQ==", 4, "abca", 9},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
-        std::size_t consumed = 0;
-        stoByteArray a = decode(c.text, &consumed);
+        TestLexer lexer(c.text);
+        stoByteArray a = lexer.read_byte_array();
+        EXPECT_EQ(lexer.error_count(), 0);
         EXPECT_FALSE(a.invalid());
         EXPECT_EQ(a.size(), c.size);
         if (c.bytes.data()) {
             EXPECT_EQ(bytes_of(a), std::vector<unsigned char>(c.bytes.begin(), c.bytes.end()));
         }
         if (c.consumed != kAny) {
-            EXPECT_EQ(consumed, c.consumed);
+            EXPECT_EQ(lexer.consumed(), c.consumed);
         }
     }
 }
 
-TEST(LexerByteArray, RoundTripsOfManyLengthsAndBothLineEnds)
+TEST(LexerByteArray, RoundTripsOfManyLengthsAndBothLineEndsCountingTheLines)
 {
     std::mt19937 random(20240601);
     for (int n = 0; n <= 400; ++n) {
@@ -657,29 +513,16 @@ TEST(LexerByteArray, RoundTripsOfManyLengthsAndBothLineEnds)
             b = static_cast<unsigned char>(random());
         for (const char* line_end : {"\n", "\r\n"}) {
             std::string block = sto_test::base64_block(bytes, line_end);
-            std::size_t consumed = 0;
-            EXPECT_EQ(bytes_of(decode(block + "}!\n", &consumed)), bytes) << n << " bytes";
-            EXPECT_EQ(consumed, block.size()) << n << " bytes";
+            TestLexer lexer(block + "}!\n");
+            EXPECT_EQ(bytes_of(lexer.read_byte_array()), bytes) << n << " bytes";
+            EXPECT_EQ(lexer.consumed(), block.size()) << n << " bytes";
+            EXPECT_EQ(lexer.line_number(), 1 + std::count(block.begin(), block.end(), '\n')) << n;
+            EXPECT_EQ(lexer.error_count(), 0);
         }
     }
 }
 
-TEST(LexerByteArray, ReadByteArrayCountsTheLines)
-{
-    std::vector<unsigned char> bytes(200, 0x3C);
-    TestLexer lexer(sto_test::base64_block(bytes) + "}!\n");  // 5 lines of data and the empty line
-    EXPECT_EQ(bytes_of(lexer.read_byte_array()), bytes);
-    EXPECT_EQ(lexer.line_number(), 7);
-    lexer.absorb('}');
-    lexer.absorb('!');
-    lexer.absorb_new_line();
-    EXPECT_EQ(lexer.error_count(), 0);
-    EXPECT_TRUE(lexer.at_end());
-}
-
-// ===========================================================================
-// Hostile input
-// ===========================================================================
+// --- Hostile input ---
 
 TEST(Lexer, RandomInputNeverRunsAway)
 {
@@ -715,130 +558,90 @@ TEST(Lexer, RandomInputNeverRunsAway)
     }
 }
 
-// ===========================================================================
-// Accuracy of the decimal conversion
-// ===========================================================================
+// --- Accuracy of the decimal conversion ---
 
 // The scale of a literal: its exponent less the digits after its point.
 long long scale_of(const std::string& literal)
 {
-    long long scale = 0;
-    std::size_t point = literal.find('.');
-    std::size_t exponent = literal.find_first_of("eE");
-    if (point != std::string::npos)
-        scale -=
-            static_cast<long long>((exponent == std::string::npos ? literal.size() : exponent) - point - 1);
-    if (exponent != std::string::npos)
-        scale += std::strtoll(literal.c_str() + exponent + 1, nullptr, 10);
-    return scale;
+    std::size_t point = literal.find('.'), exponent = std::min(literal.find_first_of("eE"), literal.size());
+    long long scale = exponent < literal.size() ? std::strtoll(&literal[exponent + 1], nullptr, 10) : 0;
+    return point == std::string::npos ? scale : scale - static_cast<long long>(exponent - point - 1);
 }
 
 TEST(LexerAccuracy, PrintedDoublesReadBackToTheSameBits)
 {
-    // Every finite double, printed with 17 significant digits, reads back
-    // exactly when the literal's scale is within the power tables; below
-    // them (values under about 1e-292) the literal reads as zero.
+    // Every finite double, printed with 17 significant digits, reads back exactly when the literal's scale
+    // is within the power tables; below them (values under about 1e-292) the literal reads as zero. First
+    // the special values and the ends of the range; minus zero prints as "-0", an integer literal, which is
+    // the integer 0.
+    constexpr double kLargest = std::numeric_limits<double>::max();
+    std::vector<double> samples = {0.0,   1.0,    0.1,      1.0 / 3.0, 2.5,
+                                   -2.5,  1e300,  1e-292,   kLargest,  -kLargest,
+                                   std::numeric_limits<double>::min() * 1e16,   9007199254740993.0,
+                                   123456789012345678.0,                        5e-324 * 1e20};
     std::mt19937_64 random(0x5EED5EEDu);
-    const int samples = 200000;
-    int within = 0, mismatches = 0, below = 0, below_not_zero = 0;
-    for (int i = 0; i < samples; ++i) {
-        double x = random_finite_double(random);
+    while (samples.size() < 200000)
+        samples.push_back(random_finite_double(random));
+    int within = 0, mismatches = 0, below_not_zero = 0;
+    for (double x : samples) {
         std::string text = printed(x);
-        int errors = 0;
-        double back = read_as_double(text, &errors);
-        ASSERT_EQ(errors, 0) << text;
+        NumberRead r(text);
+        ASSERT_EQ(r.errors, 0) << text;
         if (scale_of(text) < -stoReadNumber::kMaxPower) {
-            ++below;
-            below_not_zero += back != 0.0;
-        } else {
-            ++within;
-            if (ulp_distance(back, x) != 0 && ++mismatches <= 10)
-                ADD_FAILURE() << text << " read as " << printed(back);
+            below_not_zero += r.value() != 0.0;
+        } else if (++within, bits_of(r.value()) != bits_of(x) && ++mismatches <= 10) {
+            ADD_FAILURE() << text << " read as " << printed(r.value());
         }
     }
-    std::printf("[   INFO   ] printed doubles: %d read back, %d differ; %d below the tables\n", within,
-                mismatches, below);
     EXPECT_EQ(mismatches, 0);
     EXPECT_EQ(below_not_zero, 0);
-    EXPECT_GT(within, samples * 9 / 10);
-
-    // Special values and the ends of the range. Minus zero prints as "-0",
-    // an integer literal, which is the integer 0.
+    EXPECT_GT(within, 180000);
     EXPECT_EQ(printed(-0.0), "-0");
-    EXPECT_EQ(bits_of(read_as_double(printed(-0.0))), bits_of(0.0));
-    for (double x : {0.0, 1.0, 0.1, 1.0 / 3.0, 2.5, -2.5, 1e300, 1e-292, std::numeric_limits<double>::max(),
-                     -std::numeric_limits<double>::max(), std::numeric_limits<double>::min() * 1e16,
-                     9007199254740993.0, 123456789012345678.0, 5e-324 * 1e20}) {
-        std::string text = printed(x);
-        if (scale_of(text) >= -stoReadNumber::kMaxPower) {
-            EXPECT_EQ(bits_of(read_as_double(text)), bits_of(x)) << text;
-        }
-    }
+    EXPECT_EQ(bits_of(NumberRead("-0").value()), bits_of(0.0));
 }
 
 TEST(LexerAccuracy, RandomLiteralsAgreeWithStrtod)
 {
-    // Random digit strings of 1 to 25 digits with a point anywhere and an
-    // exponent that keeps the scale within the tables and the value below
-    // 10^308. Correct rounding is missed only when a literal lies extremely
-    // close to the midpoint between two doubles, and then by one ulp.
+    // Random digit strings of 1 to 25 digits with a point anywhere (or none, or a trailing one) and an
+    // exponent that keeps the scale within the tables and the value below 10^308. Correct rounding is
+    // missed only when a literal lies extremely close to the midpoint between two doubles, and then by one
+    // ulp.
     std::mt19937_64 random(0xD1617u);
     const int samples = 200000;
     int disagreements = 0;
-    std::uint64_t max_ulps = 0;
     for (int i = 0; i < samples; ++i) {
         int n = 1 + static_cast<int>(random() % 25);
         std::string digits;
         for (int k = 0; k < n; ++k)
             digits += static_cast<char>('0' + random() % 10);
-        int point = static_cast<int>(random() % static_cast<std::uint64_t>(n + 1));  // n: no point
-        int lowest = -stoReadNumber::kMaxPower;
-        int highest = stoReadNumber::kMaxPower - n;
-        long long scale =
-            lowest + static_cast<long long>(random() % static_cast<std::uint64_t>(highest - lowest + 1));
-        long long exponent = scale + (n - point);
+        auto point = static_cast<std::size_t>(random() % static_cast<std::uint64_t>(n + 1));  // n: none
+        const int lowest = -stoReadNumber::kMaxPower, highest = stoReadNumber::kMaxPower - n;
+        long long scale = lowest + static_cast<long long>(random() % std::uint64_t(highest - lowest + 1));
+        long long exponent = scale + (n - static_cast<long long>(point));
 
-        std::string literal;
-        switch (random() % 3) {
-        case 0: literal += '-'; break;
-        case 1: literal += (random() % 4 == 0) ? "+" : ""; break;
-        default: break;
-        }
-        if (point == n) {
-            literal += digits;
-            if (random() % 2)
-                literal += '.';
-        } else {
-            // A leading point, unless after a sign, which needs a digit.
-            std::string whole = digits.substr(0, static_cast<std::size_t>(point));
-            if (whole.empty() && (!literal.empty() || random() % 2))
-                whole = "0";
-            literal += whole + "." + digits.substr(static_cast<std::size_t>(point));
-        }
-        bool has_point = literal.find('.') != std::string::npos;
-        if (exponent != 0 || !has_point || random() % 2) {
-            literal += (random() % 2) ? 'e' : 'E';
-            if (exponent >= 0 && random() % 2)
-                literal += '+';
-            literal += std::to_string(exponent);
-        }
+        std::string literal = random() % 3 == 0 ? "-" : random() % 4 == 0 ? "+" : "";
+        std::string whole = digits.substr(0, point);
+        if (whole.empty() && (!literal.empty() || random() % 2))
+            whole = "0";  // a leading point, unless after a sign, which needs a digit
+        literal += whole;
+        if (point < digits.size() || random() % 2)
+            literal += "." + digits.substr(point);
+        if (exponent != 0 || literal.find('.') == std::string::npos || random() % 2)
+            literal += std::string(random() % 2 ? "e" : "E") + (exponent >= 0 && random() % 2 ? "+" : "") +
+                       std::to_string(exponent);
         ASSERT_EQ(scale_of(literal), scale) << literal;
 
-        NumberRead r = read_number_literal(literal);
-        ASSERT_EQ(r.errors, 0) << literal << ": " << r.reports;
+        NumberRead r(literal);
+        ASSERT_EQ(r.errors, 0) << literal << ": " << r.lexer.reports();
         ASSERT_EQ(r.consumed, literal.size()) << literal;
         ASSERT_EQ(r.is_integer, 0) << literal;
         double expected = std::strtod(literal.c_str(), nullptr);
         ASSERT_TRUE(std::isfinite(expected)) << literal;
         std::uint64_t ulps = ulp_distance(r.real, expected);
-        if (ulps != 0 && (++disagreements <= 5 || ulps > 1))
-            std::printf("[   INFO   ] %s: read %s, strtod %s\n", literal.c_str(), printed(r.real).c_str(),
-                        printed(expected).c_str());
-        max_ulps = std::max(max_ulps, ulps);
+        disagreements += ulps != 0;
+        EXPECT_LE(ulps, 1u) << literal << ": read " << printed(r.real) << ", strtod " << printed(expected);
     }
-    std::printf("[   INFO   ] random literals: %d of %d differ from strtod (max %llu ulp)\n", disagreements,
-                samples, static_cast<unsigned long long>(max_ulps));
-    EXPECT_LE(max_ulps, 1u);
+    std::printf("[   INFO   ] random literals: %d of %d an ulp from strtod\n", disagreements, samples);
     EXPECT_LE(disagreements, samples / 10000);
 }
 

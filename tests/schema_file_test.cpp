@@ -12,23 +12,20 @@ namespace {
 
 stoSchema* sto_schema_sample7() { return sto_test::saved_schema("sample", 7); }
 
-// A schema rebuilt from a file is made by the protected constructor, as the
-// data templates make theirs.
-class RebuiltFromFile : public stoSchema {
-public:
+// A schema rebuilt from a file is made by the protected constructor, as the data templates make theirs.
+struct RebuiltFromFile : stoSchema {
     RebuiltFromFile() = default;
 };
 
-// Reads the text and synthesises its root into a new loaded schema; null
-// when the file does not read cleanly.
-RebuiltFromFile* rebuild(std::string const& text, std::string* diagnostics_out = nullptr)
+// Reads the text and synthesises its root into a new loaded schema; null when the file does not read
+// cleanly.
+RebuiltFromFile* rebuild(std::string const& text, std::string& diagnostics_out)
 {
     std::ostringstream diagnostics;
     stoReadMemoryMap map(text.data(), static_cast<int>(text.size()));
     stoTypeSynthesiser* synthesiser = new stoTypeSynthesiser;
     stoFileReader reader(&map, &diagnostics, synthesiser, nullptr);
-    if (diagnostics_out)
-        *diagnostics_out = diagnostics.str();
+    diagnostics_out = diagnostics.str();
     stoValue const* root = reader.look_up_value("root");
     if (reader.error_count() != 0 || !root)
         return nullptr;
@@ -38,28 +35,24 @@ RebuiltFromFile* rebuild(std::string const& text, std::string* diagnostics_out =
     return rebuilt;
 }
 
-// Everything the schema says about one named type, as text.
-std::vector<std::string> describe_named_type(stoSchemaObject const* object)
+// Everything the schema says about each named type, as text.
+std::vector<std::string> describe_schema(stoSchema const* schema)
 {
-    using namespace sto_test;
-    stoObjectPtr whole = object->sto_object();
-    std::vector<std::string> out{whole.type()->name().str() + " " + object->name().str()};
-    if (stoClass const* c = stoClass::sto_dynamic_cast(whole.type(), whole.ptr())) {
-        out.push_back("size " + std::to_string(c->size()));
-        for (std::vector<std::string> const& part : {bases_of(c), members_of(c), table_of(c)})
-            out.insert(out.end(), part.begin(), part.end());
-    } else if (stoBasic const* b = dynamic_cast<stoBasic const*>(object)) {
-        out.push_back("size " + std::to_string(b->size()));
+    std::vector<std::string> out;
+    for (stoSchemaIT it(schema); ++it;) {
+        stoObjectPtr whole = it()->sto_object();
+        std::string type = whole.type()->name().str() + " " + it()->name().str();
+        if (stoClass const* c = stoClass::sto_dynamic_cast(whole.type(), whole.ptr())) {
+            type += " size " + std::to_string(c->size());
+            for (std::vector<std::string> const& part :
+                 {sto_test::bases_of(c), sto_test::members_of(c), sto_test::table_of(c)})
+                for (std::string const& line : part)
+                    type += "; " + line;
+        } else if (stoBasic const* b = dynamic_cast<stoBasic const*>(it())) {
+            type += " size " + std::to_string(b->size());
+        }
+        out.push_back(type);
     }
-    return out;
-}
-
-std::vector<std::vector<std::string>> describe_schema(stoSchema const* schema)
-{
-    std::vector<std::vector<std::string>> out;
-    stoSchemaIT it(schema);
-    while (++it)
-        out.push_back(describe_named_type(it()));
     return out;
 }
 
@@ -95,9 +88,9 @@ TEST(SchemaFile, OpensWithTheRecordsOfTheWorkedExample)
 {
     sto_class_smpGroup()->finish();
     std::string text = sto_test::written(sto_schema_sample7(), sto_type_stoSchema());
-    // The records of the opening, in this order; the records of the two
-    // classes and their types come between and after them.
-    std::vector<std::string> expected = {
+    // The records of the opening, in this order; the records of the two classes and their types come
+    // between and after them.
+    std::vector<std::string> const expected = {
         "STO1",
         "-TYPE STUBS",
         "stoSchema=stoClass(\"stoSchema\",&store_1)",
@@ -114,11 +107,9 @@ TEST(SchemaFile, OpensWithTheRecordsOfTheWorkedExample)
         "#$1=stoSystem(1,&@)",
     };
     std::istringstream lines(text);
-    std::string line;
     std::size_t next = 0;
-    while (std::getline(lines, line) && next < expected.size())
-        if (line == expected[next])
-            ++next;
+    for (std::string line; next < expected.size() && std::getline(lines, line);)
+        next += line == expected[next];
     EXPECT_EQ(next, expected.size()) << "missing from here on: " << expected[next] << "\n" << text;
     // The opening is contiguous where no other record can come between.
     EXPECT_EQ(text.compare(0, 33, "STO1\n-TYPE STUBS\nstoSchema=stoCla"), 0);
@@ -132,19 +123,15 @@ TEST(SchemaFile, EverySchemaInMemoryRebuildsToTheSameSchemaAndTheSameText)
     sample_force_load();
     sto_force_load();
     sto_class_smpGroup()->finish();
-    struct Case {
-        char const* name;
-        int version;
-    };
-    for (Case c : {Case{"store", 1}, Case{"annotation", 16}, Case{"gdandtol", 6}, Case{"vornetinput", 9},
-                   Case{"sample", 7}}) {
-        SCOPED_TRACE(c.name);
-        stoSchema const* original = sto_system()->find_loaded_schema(stoSchemaID(c.name, c.version));
+    for (auto [name, version] : {std::pair<char const*, int>{"store", 1}, {"annotation", 16}, {"gdandtol", 6},
+                                 {"vornetinput", 9}, {"sample", 7}}) {
+        SCOPED_TRACE(name);
+        stoSchemaID const id(name, version);
+        stoSchema const* original = sto_system()->find_loaded_schema(id);
         ASSERT_NE(original, nullptr);
         original->finish();
-        std::string text = sto_test::written(original, sto_type_stoSchema());
-        std::string diagnostics;
-        RebuiltFromFile* rebuilt = rebuild(text, &diagnostics);
+        std::string text = sto_test::written(original, sto_type_stoSchema()), diagnostics;
+        RebuiltFromFile* rebuilt = rebuild(text, diagnostics);
         ASSERT_NE(rebuilt, nullptr) << diagnostics;
 
         EXPECT_EQ(rebuilt->name(), original->name());
@@ -152,18 +139,12 @@ TEST(SchemaFile, EverySchemaInMemoryRebuildsToTheSameSchemaAndTheSameText)
         EXPECT_EQ(rebuilt->in_memory(), 0);
         EXPECT_EQ(rebuilt->system(), sto_system());
         // The newest schema of that identity is the rebuilt one.
-        EXPECT_EQ(sto_system()->find_loaded_schema(stoSchemaID(c.name, c.version)), rebuilt);
+        EXPECT_EQ(sto_system()->find_loaded_schema(id), rebuilt);
+        EXPECT_EQ(describe_schema(rebuilt), describe_schema(original));
 
-        std::vector<std::vector<std::string>> want = describe_schema(original);
-        std::vector<std::vector<std::string>> got = describe_schema(rebuilt);
-        ASSERT_EQ(got.size(), want.size());
-        for (std::size_t i = 0; i < want.size(); ++i)
-            EXPECT_EQ(got[i], want[i]) << "named type " << i;
-
-        // Every named type is the schema's own and found by its name; every
-        // class is a kind of its rebuilt bases.
-        stoSchemaIT it(rebuilt);
-        while (++it) {
+        // Every named type is the schema's own and found by its name; every class is a kind of its rebuilt
+        // bases.
+        for (stoSchemaIT it(rebuilt); ++it;) {
             EXPECT_EQ(rebuilt->look_up_object(it()->name()), it());
             stoObjectPtr whole = it()->sto_object();
             if (stoClass const* cls = stoClass::sto_dynamic_cast(whole.type(), whole.ptr())) {
@@ -175,6 +156,6 @@ TEST(SchemaFile, EverySchemaInMemoryRebuildsToTheSameSchemaAndTheSameText)
 
         EXPECT_EQ(sto_test::written(rebuilt, sto_type_stoSchema()), text);
         delete rebuilt;
-        EXPECT_EQ(sto_system()->find_loaded_schema(stoSchemaID(c.name, c.version)), original);
+        EXPECT_EQ(sto_system()->find_loaded_schema(id), original);
     }
 }

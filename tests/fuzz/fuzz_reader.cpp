@@ -1,6 +1,5 @@
-// libFuzzer target: arbitrary bytes as a store file, through the whole read
-// path (scan, read, on-demand records, pointer fix-up, synthesis of the root
-// when the file reads cleanly) and back to nothing.
+// libFuzzer target: arbitrary bytes as a store file, through the whole read path (scan, read, on-demand
+// records, pointer fix-up, synthesis of the root when the file reads cleanly) and back to nothing.
 #include "read_any.h"
 
 #include <cstddef>

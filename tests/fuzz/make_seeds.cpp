@@ -1,7 +1,6 @@
-// Writes the generated part of the reader's seed corpus into a folder: small
-// sample documents from several seeds and the schema files of the sample's
-// schemas, all as the writer prints them. The hand-written seeds live in
-// tests/fuzz/seeds/.
+// Writes the generated part of the reader's seed corpus into a folder: small sample documents from several
+// seeds and the schema files of the sample's schemas, as the writer prints them. The hand-written seeds live
+// in tests/fuzz/seeds/.
 //
 //   sto_fuzz_seeds OUT_DIR
 #include "sample.h"
@@ -13,17 +12,6 @@
 #include <sstream>
 #include <string>
 
-namespace {
-
-bool save(std::string const& path, std::string const& text)
-{
-    std::ofstream out(path, std::ios::binary);
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-    return static_cast<bool>(out);
-}
-
-}  // namespace
-
 int main(int argc, char** argv)
 {
     if (argc != 2) {
@@ -33,30 +21,28 @@ int main(int argc, char** argv)
     std::string const dir = argv[1];
     sample_force_load();
     int written = 0;
+    auto save = [&](std::string const& name, void const* object, stoTypeHandle const& type) {
+        std::ostringstream os;
+        if (!stoFileWriter().write(os, object, type))
+            return;
+        std::ofstream out(dir + "/" + name, std::ios::binary);
+        std::string const text = os.str();
+        written += static_cast<bool>(out.write(text.data(), static_cast<std::streamsize>(text.size())));
+    };
 
     // Documents of 0 to 50 items; each seed gives a different mix of kinds.
-    int const items[] = {0, 5, 8, 12, 20, 30, 50};
-    for (int i = 0; i < static_cast<int>(sizeof items / sizeof items[0]); ++i) {
-        annDocument* document = sample_make_document(items[i], 1000u + static_cast<unsigned>(i));
-        std::ostringstream os;
-        stoFileWriter writer;
-        if (writer.write(os, document, sto_type_annDocument()) &&
-            save(dir + "/document_" + std::to_string(items[i]) + ".sto", os.str()))
-            ++written;
+    unsigned seed = 1000u;
+    for (int items : {0, 5, 8, 12, 20, 30, 50}) {
+        annDocument* document = sample_make_document(items, seed++);
+        save("document_" + std::to_string(items) + ".sto", document, sto_type_annDocument());
         delete document;
     }
-
     // Schema files: classes, members, bases and bindings as records.
-    for (char const* name : {"annotation", "gdandtol", "vornetinput", "store"}) {
-        stoSchema const* schema = sto_system()->find_in_memory_schema(stoSchemaID(name, 0));
-        if (!schema)
-            continue;
-        schema->finish();
-        std::ostringstream os;
-        stoFileWriter writer;
-        if (writer.write(os, schema, sto_type_stoSchema()) && save(dir + "/schema_" + name + ".sto", os.str()))
-            ++written;
-    }
+    for (char const* name : {"annotation", "gdandtol", "vornetinput", "store"})
+        if (stoSchema const* schema = sto_system()->find_in_memory_schema(stoSchemaID(name, 0))) {
+            schema->finish();
+            save(std::string("schema_") + name + ".sto", schema, sto_type_stoSchema());
+        }
 
     std::printf("sto_fuzz_seeds: %d files in %s\n", written, dir.c_str());
     return written > 0 ? 0 : 1;

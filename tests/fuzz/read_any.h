@@ -1,9 +1,8 @@
-// The whole read path for arbitrary bytes, shared by the reader fuzz target
-// and by the test that replays the inputs that once broke it: read the bytes
-// as a store file, and when they read cleanly and the root is a document or
-// a schema, synthesise it into a live object and destroy that again. Diagnostics are discarded.
-// Anything other than a clean return (a crash, a hang, a leak, a sanitizer
-// report, an exception that is not one of the store's) is a fault.
+// The whole read path for arbitrary bytes, shared by the reader fuzz target and by the test that replays the
+// inputs that once broke it: read the bytes as a store file, and when they read cleanly and the root is a
+// document or a schema, synthesise it into a live object and destroy that again. Anything other than a clean
+// return (a crash, a hang, a leak, a sanitizer report, an exception that is not one of the store's) is a
+// fault.
 #pragma once
 
 #include "sample.h"
@@ -17,16 +16,16 @@
 
 namespace sto_fuzz {
 
-// Swallows everything, but through the stream's normal write path, so that
-// formatting the reports is exercised as well.
+// Swallows everything, but through the stream's normal write path, so that formatting the reports is
+// exercised as well.
 class NullBuffer : public std::streambuf {
 protected:
     int overflow(int c) override { return c == traits_type::eof() ? traits_type::not_eof(c) : c; }
     std::streamsize xsputn(char const*, std::streamsize n) override { return n; }
 };
 
-// Answers 1 when the bytes read without errors and had a root object, which
-// was synthesised. Reports go to `report` when it is given.
+// Answers 1 when the bytes read without errors and had a root object, which was synthesised. Reports go to
+// `report` when it is given, and are discarded otherwise.
 inline int read_any(char const* data, std::size_t size, std::ostream* report = nullptr)
 {
     if (size > static_cast<std::size_t>(INT_MAX))
@@ -35,21 +34,18 @@ inline int read_any(char const* data, std::size_t size, std::ostream* report = n
     sample_force_load();
     NullBuffer buffer;
     std::ostream discard(&buffer);
-    std::ostream& diagnostics = report ? *report : discard;
     int clean = 0;
     try {
         stoReadMemoryMap map(data, static_cast<int>(size));
-        stoFileReader reader(&map, &diagnostics, nullptr, nullptr);
+        stoFileReader reader(&map, report ? report : &discard, nullptr, nullptr);
         stoValue const* root = reader.look_up_value("root");
-        // As callers do, the root is synthesised into an object of the class
-        // they expect: a document of the sample application, or a schema.
+        // As callers do, the root is synthesised into an object of the class they expect: a document of the
+        // sample application, or a schema.
         stoTypeHandle type = root && root->is_object() ? root->type() : stoTypeHandle();
         if (reader.error_count() == 0 && (type == sto_type_annDocument() || type == sto_type_stoSchema())) {
-            void* object = type->create();
-            if (object) {
+            if (void* object = type->create()) {
                 try {
-                    stoTypeSynthesiser synthesiser;
-                    synthesiser.synthesise(root, stoRWRawPtr(type, object, type->size()));
+                    stoTypeSynthesiser().synthesise(root, stoRWRawPtr(type, object, type->size()));
                     clean = 1;
                 } catch (stoException* e) {
                     delete e;
@@ -58,8 +54,7 @@ inline int read_any(char const* data, std::size_t size, std::ostream* report = n
             }
         }
     } catch (stoException* e) {
-        // Schemas or classes a file names that are not in memory.
-        delete e;
+        delete e;  // schemas or classes a file names that are not in memory
     }
     return clean;
 }
