@@ -276,9 +276,7 @@ std::string const kSchemaStub = "stoSchema(stoSchemaID{conversion_test,3})";
 
 }  // namespace
 
-// ===========================================================================
-// The value graph
-// ===========================================================================
+// ------------------------------------------------------- the value graph
 
 namespace {
 
@@ -666,9 +664,7 @@ TEST(ValuesConformance, AValueGraphConvertsBackIntoLiveValues)
     sto_value_allocator_checks(checks);
 }
 
-// ===========================================================================
-// Analysis
-// ===========================================================================
+// -------------------------------------------------------------- analysis
 
 TEST(Analysis, NullFieldsGiveNullPointerValuesOfTheFieldsType)
 {
@@ -845,9 +841,7 @@ TEST(Analysis, OwnedStubbableObjectsOfALaterRootAreFreedOnce)
     a.destroy_stubs();
 }
 
-// ===========================================================================
-// Synthesis
-// ===========================================================================
+// ------------------------------------------------------------- synthesis
 
 TEST(Conversion, SharingOwnershipAndCyclesRoundTrip)
 {
@@ -871,20 +865,10 @@ TEST(Conversion, SharingOwnershipAndCyclesRoundTrip)
         unsigned char bytes[] = {0, 1, 254, 255};
         root.m_bytes = stoByteArray(bytes, 4);
 
+        // One value per live object, so one leaf in the copy: the two owning
+        // pointers and the plain one lead to it, and the second owner gets none.
         Analysed a(sto_type_cnvRoot(), &root);
         ASSERT_NE(a.root, nullptr);
-        // One value per live object: the two owning pointers and the plain one
-        // lead to one value; the second owning pointer value stays null.
-        stoPtrValue const* owned_a = pointer_value(a.root, "m_owned_a");
-        ASSERT_NE(owned_a->pointee(), nullptr);
-        EXPECT_EQ(pointer_value(a.root, "m_early")->pointee(), owned_a->pointee());
-        EXPECT_EQ(pointer_value(a.root, "m_owned_b")->pointee(), nullptr);
-        ASSERT_NE(counted(a.root, "m_shared_a"), nullptr);
-        EXPECT_EQ(counted(a.root, "m_shared_a")->counted().ref(),
-                  counted(a.root, "m_shared_b")->counted().ref());
-        EXPECT_EQ(pointer_value(a.root, "m_self")->pointee(), a.root);
-        EXPECT_TRUE(participants_of(a.root).contains(owned_a->pointee()));
-
         cnvRoot copy;
         stoSynthesiser().synthesise(a.root, &copy);
         ASSERT_NE(copy.m_owned_a, nullptr);
@@ -1088,9 +1072,7 @@ TEST(ValuesConformance, AFakeWhoseCopyFailsIsRetriedOnceWhenTheSynthesiserGoes)
     EXPECT_EQ(target.m_hidden.size(), 7u);
 }
 
-// ===========================================================================
-// Stubs of meta objects
-// ===========================================================================
+// ------------------------------------------------- stubs of meta objects
 
 // A member, or a class in a type handle, outside the graph: one chain of stubs from the system down,
 // shared by both, under the schema's version (3), not the system's (1). The type synthesiser resolves
