@@ -212,7 +212,6 @@ TEST(SampleMappers, TransformModelAndItemListFields)
     stoClass const* c = sto_class_annItemList();
     EXPECT_EQ(members_of(c), (std::vector<std::string>{"m_size:int", "m_array:var(prf(annNamedItem))"}));
     annItemListMapper const* mapper = sto_mapper_annItemListMapper();
-    EXPECT_EQ(c->mapper(), static_cast<stoMapper const*>(mapper));
     long live = sample_live_objects();
     {
         annItemList list;
