@@ -1,8 +1,7 @@
-// The analyser's table of live objects against an ordered map as oracle:
-// random additions and removals over few addresses, so that probe runs are
-// long, wrap around the end of the slots and are cut by removals in every
-// position; objects that share an address differ by type; the null address
-// is kept aside.
+// The analyser's table of live objects and the synthesiser's tables of addresses, against an ordered map
+// as oracle: random additions and removals over few addresses, so that probe runs are long, wrap around
+// the end of the slots and are cut by removals in every position, and over many, so that the tables
+// grow many times; objects that share an address differ by type; the null address is kept aside.
 #include "types/basic.h"
 #include "platform/co_address_table.h"
 #include "values/analyser.h"
@@ -18,10 +17,8 @@ namespace {
 
 using Key = std::pair<std::uintptr_t, stoType const*>;
 
-stoValue* fake_value(unsigned n)
-{
-    return reinterpret_cast<stoValue*>(static_cast<std::uintptr_t>(n + 1) * 16);
-}
+stoValue* fake_value(unsigned n) { return reinterpret_cast<stoValue*>(std::uintptr_t(n + 1) * 16); }
+stoLiveObject object_of(Key const& k) { return {k.second->handle(), reinterpret_cast<void const*>(k.first)}; }
 
 void expect_same(stoLiveObjectTable const& table, std::map<Key, stoValue*> const& oracle)
 {
@@ -45,19 +42,14 @@ TEST(LiveObjectTable, AgreesWithAnOracleThroughAdditionsAndRemovals)
         std::map<Key, stoValue*> oracle;
         for (int step = 0; step < 20000; ++step) {
             // Address 0 is the null address; the others are never read.
-            std::uintptr_t address = static_cast<std::uintptr_t>(random() % addresses) * 8;
-            stoType const* type = types[random() % 3];
-            stoLiveObject k{type->handle(), reinterpret_cast<void const*>(address)};
-            Key key(address, type);
+            Key key(static_cast<std::uintptr_t>(random() % addresses) * 8, types[random() % 3]);
             if (random() % 3 == 0) {
-                table.remove(k);
+                table.remove(object_of(key));
                 oracle.erase(key);
             } else {
-                stoValue* v = fake_value(static_cast<unsigned>(step));
-                table[k].set_value(v);
-                oracle[key] = v;
+                table[object_of(key)].set_value(oracle[key] = fake_value(static_cast<unsigned>(step)));
             }
-            stoAnalysedEntry* entry = table.find(k);
+            stoAnalysedEntry* entry = table.find(object_of(key));
             ASSERT_EQ(entry != nullptr, oracle.count(key) == 1) << addresses << " step " << step;
             if (entry) {
                 ASSERT_EQ(entry->value(), oracle[key]);
@@ -68,11 +60,10 @@ TEST(LiveObjectTable, AgreesWithAnOracleThroughAdditionsAndRemovals)
         expect_same(table, oracle);
         // Every key still there is found; removing them all empties the table.
         for (auto const& [key, value] : oracle) {
-            stoLiveObject k{key.second->handle(), reinterpret_cast<void const*>(key.first)};
-            ASSERT_NE(table.find(k), nullptr);
-            EXPECT_EQ(table.find(k)->value(), value);
-            table.remove(k);
-            EXPECT_EQ(table.find(k), nullptr);
+            ASSERT_NE(table.find(object_of(key)), nullptr);
+            EXPECT_EQ(table.find(object_of(key))->value(), value);
+            table.remove(object_of(key));
+            EXPECT_EQ(table.find(object_of(key)), nullptr);
         }
         EXPECT_EQ(table.size(), 0);
     }
@@ -96,8 +87,6 @@ TEST(LiveObjectTable, AMarkOfWaitingPointersSurvivesTheValueAndAddsNoValue)
     EXPECT_EQ(table.find(stoLiveObject{sto_type_double(), k.ptr}), nullptr);
 }
 
-// The synthesiser's tables of values: the same oracle, over addresses dense
-// enough that runs of probes wrap around and the table grows many times.
 TEST(AddressTable, AgreesWithAnOracleAcrossGrowth)
 {
     std::mt19937 random(20261123);
@@ -107,10 +96,8 @@ TEST(AddressTable, AgreesWithAnOracleAcrossGrowth)
         for (int step = 0; step < 60000; ++step) {
             std::uintptr_t address = (static_cast<std::uintptr_t>(random() % addresses) + 1) * 8;
             void const* key = reinterpret_cast<void const*>(address);
-            if (random() % 2) {
-                table[key] = static_cast<std::uintptr_t>(step);
-                oracle[address] = static_cast<std::uintptr_t>(step);
-            }
+            if (random() % 2)
+                table[key] = oracle[address] = static_cast<std::uintptr_t>(step);
             std::uintptr_t const* found = table.find(key);
             ASSERT_EQ(found != nullptr, oracle.count(address) == 1) << addresses << " step " << step;
             if (found) {
@@ -119,8 +106,7 @@ TEST(AddressTable, AgreesWithAnOracleAcrossGrowth)
         }
         ASSERT_EQ(table.size(), static_cast<int>(oracle.size()));
         std::map<std::uintptr_t, std::uintptr_t> seen;
-        table.for_each(
-            [&](void const* k, std::uintptr_t v) { seen[reinterpret_cast<std::uintptr_t>(k)] = v; });
+        table.for_each([&](void const* k, std::uintptr_t v) { seen[std::uintptr_t(k)] = v; });
         EXPECT_EQ(seen, oracle);
     }
     // The null address has no entry, however often it is asked for.

@@ -1,7 +1,6 @@
-// The value memory pool: the block arithmetic of the 64-bit layout, blocks
-// going back to the heap with their last allocation, the disabled pool and the
-// enabler scopes, the stream size conversions, and the value allocator that
-// frees every value through whatever made it.
+// The value memory pool: the block arithmetic of the 64-bit layout, blocks going back to the heap with
+// their last allocation, the disabled pool and the enabler scopes, the stream size conversions, and the
+// value allocator that frees every value through whatever made it.
 #include "test_support.h"
 
 #include "support/memory_pool.h"
@@ -26,32 +25,18 @@ public:
     static int used(stoMemoryBlock* b) { return b->*(&BlockProbe::m_used); }
     static int size(stoMemoryBlock* b) { return b->*(&BlockProbe::m_size); }
     static int live(stoMemoryBlock* b) { return b->*(&BlockProbe::m_live); }
-    static int has_room(stoMemoryBlock* b, unsigned int n)
-    {
-        return (b->*(&BlockProbe::enough_space_left))(n);
-    }
+    static int has_room(stoMemoryBlock* b, unsigned n) { return (b->*(&BlockProbe::enough_space_left))(n); }
 };
 
-long offset_in(stoMemoryBlock* block, void* p)
-{
-    return static_cast<char*>(p) - reinterpret_cast<char*>(block);
-}
-
+long offset_in(stoMemoryBlock* b, void* p) { return static_cast<char*>(p) - reinterpret_cast<char*>(b); }
+long offset_in_own_block(void* p) { return offset_in(BlockProbe::block_of(p), p); }
 bool aligned8(void* p) { return reinterpret_cast<std::uintptr_t>(p) % 8 == 0; }
-
-// Lets a test free values in the wrong place on purpose, to see that the
-// memory still goes back correctly.
-struct AllocatorChecksOff {
-    int previous = sto_value_allocator_checks(0);
-    ~AllocatorChecksOff() { sto_value_allocator_checks(previous); }
-};
 
 }  // namespace
 
 TEST(MemoryPool, AllocationsBumpThroughAlignedSlotsAndOpenANewBlockWhenFull)
 {
     stoMemoryPool pool(64);
-    EXPECT_EQ(pool.block_size(), 64);
     EXPECT_EQ(pool.enabled(), 0);
     EXPECT_EQ(pool.live_blocks(), 0);
     EXPECT_EQ(pool.enable_memory_pool(1), 0);
@@ -60,7 +45,7 @@ TEST(MemoryPool, AllocationsBumpThroughAlignedSlotsAndOpenANewBlockWhenFull)
     // 8 bytes, so that what follows stays aligned.
     struct Step {
         unsigned int size;
-        std::size_t block;
+        std::size_t block;  // index among the blocks seen so far
         long offset;
         int used;
     } const steps[] = {
@@ -84,55 +69,40 @@ TEST(MemoryPool, AllocationsBumpThroughAlignedSlotsAndOpenANewBlockWhenFull)
         EXPECT_TRUE(aligned8(p.back()));
         EXPECT_EQ(pool.live_blocks(), static_cast<int>(blocks.size()));
     }
-    stoMemoryBlock* first = blocks[0];
-    EXPECT_EQ(BlockProbe::used(first), 48);
-    EXPECT_EQ(BlockProbe::live(first), 2);
+    EXPECT_EQ(BlockProbe::live(blocks[0]), 2);
     // 16 bytes left: exactly one word and 8 bytes; 9 bytes round up to 16.
-    EXPECT_TRUE(BlockProbe::has_room(first, 8));
-    EXPECT_FALSE(BlockProbe::has_room(first, 9));
-    void *a = p[0], *b = p[1], *c = p[2], *d = p[3], *e = p[4], *f = p[5];
+    EXPECT_TRUE(BlockProbe::has_room(blocks[0], 8));
+    EXPECT_FALSE(BlockProbe::has_room(blocks[0], 9));
 
-    // Freeing both allocations of the first block releases it.
-    pool.deallocate(a);
+    // Freeing all allocations of a block releases it, whichever goes last.
+    pool.deallocate(p[0]);
     EXPECT_EQ(pool.live_blocks(), 3);
-    EXPECT_EQ(BlockProbe::live(first), 1);
-    pool.deallocate(b);
+    EXPECT_EQ(BlockProbe::live(blocks[0]), 1);
+    pool.deallocate(p[1]);
     EXPECT_EQ(pool.live_blocks(), 2);
-    pool.deallocate(d);
-    pool.deallocate(c);
+    pool.deallocate(p[3]);
+    pool.deallocate(p[2]);
     EXPECT_EQ(pool.live_blocks(), 1);
-
     // Emptying the current block releases it too; the pool must then start
     // a fresh block instead of bumping through the released one.
-    pool.deallocate(f);
-    pool.deallocate(e);
-    EXPECT_EQ(pool.live_blocks(), 0);
-    void* g = pool.allocate(8);
-    EXPECT_EQ(pool.live_blocks(), 1);
-    EXPECT_EQ(offset_in(BlockProbe::block_of(g), g), 24);
-    pool.deallocate(g);
+    pool.deallocate(p[5]);
+    pool.deallocate(p[4]);
     EXPECT_EQ(pool.live_blocks(), 0);
     pool.deallocate(nullptr);
     EXPECT_EQ(pool.live_blocks(), 0);
-}
 
-TEST(MemoryPool, RequestsBeyondAnEmptyBlockGetNullAndNoBlock)
-{
-    stoMemoryPool pool(64);
-    pool.enable_memory_pool(1);
-    // 64 - 16 header - 8 word leaves 40 bytes of payload at most.
+    // 64 - 16 header - 8 word leaves 40 bytes of payload at most: a request
+    // beyond that gets null and no block, and rounding it must not wrap
+    // around to a small one.
     void* full = pool.allocate(40);
     ASSERT_NE(full, nullptr);
-    stoMemoryBlock* block = BlockProbe::block_of(full);
-    EXPECT_EQ(BlockProbe::used(block), 64);
-    EXPECT_FALSE(BlockProbe::has_room(block, 0));
-
-    EXPECT_EQ(pool.allocate(41), nullptr);
-    // Rounding such a request must not wrap around to a small one.
-    EXPECT_EQ(pool.allocate(UINT_MAX), nullptr);
-    EXPECT_EQ(pool.allocate(UINT_MAX - 6), nullptr);
     EXPECT_EQ(pool.live_blocks(), 1);
-
+    EXPECT_EQ(offset_in_own_block(full), 24);
+    EXPECT_EQ(BlockProbe::used(BlockProbe::block_of(full)), 64);
+    EXPECT_FALSE(BlockProbe::has_room(BlockProbe::block_of(full), 0));
+    for (unsigned int n : {41u, UINT_MAX, UINT_MAX - 6})
+        EXPECT_EQ(pool.allocate(n), nullptr) << n;
+    EXPECT_EQ(pool.live_blocks(), 1);
     pool.deallocate(full);
     EXPECT_EQ(pool.live_blocks(), 0);
 }
@@ -182,7 +152,6 @@ TEST(MemoryPool, NestedEnablersShareTheOuterPoolAndOnlyTheOuterDeletesIt)
         ASSERT_NE(installed, nullptr);
         stoMemoryPool* pool = installed;
         EXPECT_EQ(pool->enabled(), 1);
-        EXPECT_EQ(pool->block_size(), 64);
         void* kept = pool->allocate(8);
         {
             stoMemoryPoolEnabler inner(installed, 4096);
@@ -238,39 +207,31 @@ TEST(MemoryPool, ManyAllocationsAcrossManyBlocksStayDisjointAndAllGoBack)
     const int block_size = 1024;
     stoMemoryPool pool(block_size);
     pool.enable_memory_pool(1);
-
-    struct Allocation {
-        unsigned char* p;
-        unsigned int size;
-    };
-    std::vector<Allocation> all;
+    std::vector<std::pair<unsigned char*, unsigned int>> all;  // address, size
     for (int i = 0; i < 20000; ++i) {
         unsigned int size = static_cast<unsigned int>(i * 7 % 57 + 1);
         auto* p = static_cast<unsigned char*>(pool.allocate(size));
         ASSERT_NE(p, nullptr);
         ASSERT_TRUE(aligned8(p));
-        stoMemoryBlock* block = BlockProbe::block_of(p);
-        ASSERT_GE(offset_in(block, p), 24);
-        ASSERT_LE(offset_in(block, p) + size, block_size);
+        ASSERT_GE(offset_in_own_block(p), 24);
+        ASSERT_LE(offset_in_own_block(p) + size, block_size);
         std::memset(p, i & 0xff, size);
-        all.push_back({p, size});
+        all.emplace_back(p, size);
     }
-
     // Nothing written later overwrote anything written earlier.
     std::set<stoMemoryBlock*> blocks;
     for (std::size_t i = 0; i < all.size(); ++i) {
-        for (unsigned int k = 0; k < all[i].size; ++k)
-            ASSERT_EQ(all[i].p[k], static_cast<unsigned char>(i & 0xff)) << "allocation " << i;
-        blocks.insert(BlockProbe::block_of(all[i].p));
+        for (unsigned int k = 0; k < all[i].second; ++k)
+            ASSERT_EQ(all[i].first[k], static_cast<unsigned char>(i & 0xff)) << "allocation " << i;
+        blocks.insert(BlockProbe::block_of(all[i].first));
     }
     EXPECT_GT(blocks.size(), 100u);
     EXPECT_EQ(pool.live_blocks(), static_cast<int>(blocks.size()));
 
-    std::mt19937 random(20240517);
-    std::shuffle(all.begin(), all.end(), random);
+    std::shuffle(all.begin(), all.end(), std::mt19937(20240517));
     int previous = pool.live_blocks();
-    for (Allocation const& a : all) {
-        pool.deallocate(a.p);
+    for (auto const& a : all) {
+        pool.deallocate(a.first);
         ASSERT_LE(pool.live_blocks(), previous);
         previous = pool.live_blocks();
     }
@@ -293,9 +254,8 @@ TEST(MemoryPool, ValuesComeFromBlocksInsideAScopeAndFromTheHeapOutside)
         stoMemoryPoolEnabler scope(installed, 0xffc00);
         void* v1 = sto_value_allocate(installed, 48);
         void* v2 = sto_value_allocate(installed, 40);
-        stoMemoryBlock* block = BlockProbe::block_of(v1);
-        EXPECT_EQ(offset_in(block, v1), 24);
-        EXPECT_EQ(offset_in(block, v2), 80);
+        EXPECT_EQ(offset_in_own_block(v1), 24);
+        EXPECT_EQ(offset_in(BlockProbe::block_of(v1), v2), 80);
         EXPECT_EQ(installed->live_blocks(), 1);
         std::memset(v1, 1, 48);
         std::memset(v2, 2, 40);
@@ -306,12 +266,12 @@ TEST(MemoryPool, ValuesComeFromBlocksInsideAScopeAndFromTheHeapOutside)
     }
 
     // A disabled pool gives heap values, and freeing them under it is right.
+    // Disabling stops new pooled values; those made before still belong to
+    // the pool and go back into their block.
     stoMemoryPool pool(4096);
     void* off = sto_value_allocate(&pool, 48);
     EXPECT_EQ(pool.live_blocks(), 0);
     std::memset(off, 3, 48);
-    // Disabling stops new pooled values; those made before still belong to
-    // the pool and go back into their block.
     pool.enable_memory_pool(1);
     void* on = sto_value_allocate(&pool, 48);
     EXPECT_EQ(pool.live_blocks(), 1);
@@ -329,12 +289,10 @@ TEST(MemoryPool, ValuesComeFromBlocksInsideAScopeAndFromTheHeapOutside)
 
 TEST(MemoryPool, ValuesFreedUnderTheWrongPoolStillGoBackToWhatMadeThem)
 {
-    AllocatorChecksOff quiet;
+    int checks = sto_value_allocator_checks(0);  // these frees are in the wrong place on purpose
     stoMemoryPool* installed = nullptr;
-
     void* before = sto_value_allocate(nullptr, 48);
-    void* a1;
-    void* a2;
+    void *a1, *a2, *b1;
     {
         stoMemoryPoolEnabler scope(installed, 4096);
         a1 = sto_value_allocate(installed, 48);
@@ -343,7 +301,6 @@ TEST(MemoryPool, ValuesFreedUnderTheWrongPoolStillGoBackToWhatMadeThem)
         sto_value_deallocate(installed, before);
         EXPECT_EQ(installed->live_blocks(), 1);
     }
-    void* b1;
     {
         stoMemoryPoolEnabler scope(installed, 4096);
         b1 = sto_value_allocate(installed, 48);
@@ -351,7 +308,6 @@ TEST(MemoryPool, ValuesFreedUnderTheWrongPoolStillGoBackToWhatMadeThem)
     EXPECT_EQ(installed, nullptr);
     std::memset(a1, 1, 48);
     std::memset(b1, 2, 48);
-
     {
         stoMemoryPoolEnabler scope(installed, 4096);
         void* fresh = sto_value_allocate(installed, 48);
@@ -363,15 +319,15 @@ TEST(MemoryPool, ValuesFreedUnderTheWrongPoolStillGoBackToWhatMadeThem)
         EXPECT_EQ(installed->live_blocks(), 1);
         void* next = sto_value_allocate(installed, 48);
         EXPECT_EQ(BlockProbe::block_of(next), BlockProbe::block_of(fresh));
-        EXPECT_EQ(offset_in(BlockProbe::block_of(next), next), 24 + 56);
+        EXPECT_EQ(offset_in_own_block(next), 24 + 56);
         sto_value_deallocate(installed, fresh);
         sto_value_deallocate(installed, next);
         EXPECT_EQ(installed->live_blocks(), 0);
     }
-
     // With no pool left at all, the block frees itself (the leak checker
     // would report it otherwise).
     sto_value_deallocate(nullptr, b1);
+    sto_value_allocator_checks(checks);
 }
 
 #ifndef NDEBUG
@@ -389,7 +345,6 @@ TEST(MemoryPoolDeathTest, MisplacedFreesAbortWithAMessageInDebugBuilds)
             sto_value_deallocate(installed, v);
         },
         "allocated from a memory pool is freed with no memory pool installed");
-
     EXPECT_DEATH(
         {
             void* v = sto_value_allocate(nullptr, 48);
@@ -398,18 +353,15 @@ TEST(MemoryPoolDeathTest, MisplacedFreesAbortWithAMessageInDebugBuilds)
             sto_value_deallocate(installed, v);
         },
         "allocated from the heap is freed while a memory pool is installed");
-
     EXPECT_DEATH(
         {
             stoMemoryPool maker(4096);
             stoMemoryPool other(4096);
             maker.enable_memory_pool(1);
             other.enable_memory_pool(1);
-            void* v = sto_value_allocate(&maker, 48);
-            sto_value_deallocate(&other, v);
+            sto_value_deallocate(&other, sto_value_allocate(&maker, 48));
         },
         "freed under a different memory pool");
-
     EXPECT_DEATH(
         {
             stoMemoryPool pool(4096);
@@ -421,7 +373,6 @@ TEST(MemoryPoolDeathTest, MisplacedFreesAbortWithAMessageInDebugBuilds)
             sto_value_deallocate(&pool, keeps_block_alive);
         },
         "freed twice");
-
     // A word that points at 16-aligned memory just below the value, laid out
     // like a block header with one live allocation, but without the magic.
     EXPECT_DEATH(

@@ -1,6 +1,8 @@
-// The sample application (examples/sample): its classes as the store sees
-// them, its two mappers' hooks, the document generator and the deep
-// equality that later tests rely on to compare documents.
+// The sample application (examples/sample): its classes as the store sees them, its two mappers' hooks,
+// the document generator and the deep equality that the round trips rely on; then generated documents
+// round-trip through value graphs in memory, with the value pool installed as writes and reads install
+// it, and through store files, which write again byte for byte: sharing, cycles, opaque and container
+// classes included.
 #include "test_support.h"
 
 #include "sample.h"
@@ -12,6 +14,7 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -33,14 +36,16 @@ std::vector<stoClass const*> classes_of(stoSchema const* schema)
     return out;
 }
 
+// The classes of the three schemas, built: building makes the prototypes, which stay.
 std::vector<stoClass const*> all_sample_classes()
 {
     sample_force_load();
     std::vector<stoClass const*> all;
-    for (stoSchema* s : {sto_schema_annotation(), sto_schema_gdandtol(), sto_schema_vornetinput()}) {
-        std::vector<stoClass const*> some = classes_of(s);
-        all.insert(all.end(), some.begin(), some.end());
-    }
+    for (stoSchema* s : {sto_schema_annotation(), sto_schema_gdandtol(), sto_schema_vornetinput()})
+        for (stoClass const* c : classes_of(s))
+            all.push_back(c);
+    for (stoClass const* c : all)
+        c->build();
     return all;
 }
 
@@ -49,12 +54,6 @@ T const* as(stoObjectPtr const& o)
 {
     return T::sto_dynamic_cast(o.type(), o.ptr());
 }
-
-// The concrete classes an item of a document can have.
-std::vector<std::string> const kItemClasses = {
-    "annLinearDimension", "annAngularDimension", "annRadialDimension", "annOrdinateDimension",
-    "annNote", "annBalloon", "annTable", "annCentreMark", "annImage", "gdtDatum", "gdtFeatureControlFrame",
-    "gdtCompositeFrame", "gdtProfileTolerance", "gdtDatumTarget", "gdtDatumSystem", "vniInput"};
 
 // Every item listed by the document or one of its sheets, in list order.
 std::vector<annNamedItem*> listed_items(annDocument const& doc)
@@ -76,6 +75,10 @@ T* first_of(annDocument const& doc, std::function<bool(T const&)> const& wanted 
             return t;
     return nullptr;
 }
+annNote* note_with_leaders(annDocument const& d)
+{
+    return first_of<annNote>(d, [](annNote const& n) { return n.m_n_leaders >= 2; });
+}
 
 }  // namespace
 
@@ -86,7 +89,7 @@ T* first_of(annDocument const& doc, std::function<bool(T const&)> const& wanted 
 // model's, laid out in the model); every concrete object knows its class.
 TEST(SampleSchemas, EveryClassFitsItsDescriptionAndSchema)
 {
-    sample_force_load();
+    std::vector<stoClass const*> classes = all_sample_classes();
     struct Expected {
         stoSchema* schema;
         char const* name;
@@ -94,11 +97,11 @@ TEST(SampleSchemas, EveryClassFitsItsDescriptionAndSchema)
         std::vector<std::string> classes;  // files name them: a rename breaks every file written
     } const expected[] = {
         {sto_schema_annotation(), "annotation", 16,
-         {"annAngularDimension", "annAttachable", "annBalloon", "annCentreMark", "annDimension", "annDocument",
-          "annImage", "annItemList", "annItemListMapper", "annLeader", "annLinearDimension", "annNamedItem",
-          "annNote", "annOrdinateDimension", "annPoint", "annRadialDimension", "annRevision", "annSheet",
-          "annStyle", "annTable", "annTitleBlock", "annTransform", "annTransformModel", "annUnits", "annVector",
-          "annView", "annViewport", "stoMapperannTransformannTransformModel"}},
+         {"annAngularDimension", "annAttachable", "annBalloon", "annCentreMark", "annDimension",
+          "annDocument", "annImage", "annItemList", "annItemListMapper", "annLeader", "annLinearDimension",
+          "annNamedItem", "annNote", "annOrdinateDimension", "annPoint", "annRadialDimension", "annRevision",
+          "annSheet", "annStyle", "annTable", "annTitleBlock", "annTransform", "annTransformModel",
+          "annUnits", "annVector", "annView", "annViewport", "stoMapperannTransformannTransformModel"}},
         {sto_schema_gdandtol(), "gdandtol", 6,
          {"gdtCompositeFrame", "gdtDatum", "gdtDatumReference", "gdtDatumSystem", "gdtDatumTarget",
           "gdtFeatureControlFrame", "gdtProfileTolerance", "gdtSymbol", "gdtToleranceZone"}},
@@ -121,9 +124,6 @@ TEST(SampleSchemas, EveryClassFitsItsDescriptionAndSchema)
         EXPECT_EQ(names, e.classes);
     }
 
-    std::vector<stoClass const*> classes = all_sample_classes();
-    for (stoClass const* c : classes)
-        c->build();  // building makes the prototypes, which stay
     long live = sample_live_objects();
     for (stoClass const* c : classes) {
         SCOPED_TRACE(c->name().str());
@@ -132,10 +132,9 @@ TEST(SampleSchemas, EveryClassFitsItsDescriptionAndSchema)
             layout = cm->model_class(c);
         stoInheritedMemberIT it(c);
         int members = 0;
-        while (++it) {
+        for (; ++it; ++members) {
             EXPECT_GE(it.offset(), 8) << it()->name();  // after the virtual table pointer
             EXPECT_LE(it.offset() + it()->size(), layout->size()) << it()->name();
-            ++members;
         }
         EXPECT_EQ(members, c->number_of_inherited_members());
         if (c->is_abstract())
@@ -171,7 +170,6 @@ TEST(SampleSchemas, EveryMemberKindAppearsSomewhere)
             note("container class", name);
         stoClassMemberIT it(c);
         while (++it) {
-            std::string place = name + "::" + it()->name().str();
             std::string type = describe(it()->type());
             std::string kind = type.substr(0, type.find('('));
             stoObjectPtr t = it()->type()->sto_object();
@@ -181,7 +179,7 @@ TEST(SampleSchemas, EveryMemberKindAppearsSomewhere)
                 kind = as<stoOffsetArraySize>(v->array_size()->sto_object()) ? "sized array" : "method array";
             else if (as<stoClass>(t))
                 kind = "embedded object";
-            note(kind, place);
+            note(kind, name + "::" + it()->name().str());
         }
     }
     std::set<std::string> kinds;
@@ -214,7 +212,6 @@ TEST(SampleMappers, TransformModelAndItemListFields)
     stoClass const* c = sto_class_annItemList();
     EXPECT_EQ(members_of(c), (std::vector<std::string>{"m_size:int", "m_array:var(prf(annNamedItem))"}));
     annItemListMapper const* mapper = sto_mapper_annItemListMapper();
-    EXPECT_EQ(c->mapper(), static_cast<stoMapper const*>(mapper));
     long live = sample_live_objects();
     {
         annItemList list;
@@ -252,8 +249,7 @@ TEST(SampleMappers, TransformModelAndItemListFields)
 // The seed alone decides the document, and deleting it frees everything.
 TEST(SampleGenerator, TheSeedAloneDecidesTheDocumentAndDeletingFreesIt)
 {
-    for (stoClass const* c : all_sample_classes())
-        c->build();  // building makes the prototypes, which stay
+    all_sample_classes();
     long live = sample_live_objects();
     for (int n : {0, 1, 17, 300, 3000}) {
         SCOPED_TRACE(n);
@@ -294,11 +290,13 @@ TEST(SampleGenerator, DocumentsHaveTheAdvertisedShape)
     int const n = 2000;
     annDocument* doc = sample_make_document(n, 3);
     std::map<std::string, long> census = sample_census(*doc);
-    std::vector<std::string> classes = kItemClasses;
-    classes.insert(classes.end(), {"annLeader", "annView", "annViewport", "annTitleBlock", "annRevision",
-                                   "gdtSymbol", "vniSite", "vniSegment", "vniPolyline", "vniBoundary",
-                                   "vniWeighting", "vniSource"});
-    for (std::string const& cls : classes)
+    // Every concrete class an item can have, and the parts of items.
+    for (char const* cls :
+         {"annLinearDimension", "annAngularDimension", "annRadialDimension", "annOrdinateDimension",
+          "annNote", "annBalloon", "annTable", "annCentreMark", "annImage", "gdtDatum",
+          "gdtFeatureControlFrame", "gdtCompositeFrame", "gdtProfileTolerance", "gdtDatumTarget",
+          "gdtDatumSystem", "vniInput", "annLeader", "annView", "annViewport", "annTitleBlock", "annRevision",
+          "gdtSymbol", "vniSite", "vniSegment", "vniPolyline", "vniBoundary", "vniWeighting", "vniSource"})
         EXPECT_GE(census[cls], 1) << cls;
     std::vector<annNamedItem*> items = listed_items(*doc);
     ASSERT_EQ(static_cast<int>(items.size()), n);
@@ -345,7 +343,7 @@ TEST(SampleGenerator, DocumentsHaveTheAdvertisedShape)
     EXPECT_GT(shown, 0);
 
     // The leaders of a note form a ring.
-    annNote const* note = first_of<annNote>(*doc, [](annNote const& x) { return x.m_n_leaders >= 2; });
+    annNote const* note = note_with_leaders(*doc);
     ASSERT_NE(note, nullptr);
     annLeader const* l = &note->m_leaders[0];
     for (int i = 0; i < note->m_n_leaders; ++i)
@@ -366,27 +364,23 @@ TEST(SampleGenerator, DocumentsHaveTheAdvertisedShape)
 
 TEST(SampleEqual, NoticesEveryKindOfDifference)
 {
-    annDocument* original = sample_make_document(500, 11);
+    using Item = annNamedItem;
     struct Mutation {
         char const* what;
         std::function<void(annDocument&)> apply;
         char const* expected_in_why;
-    };
-    std::vector<Mutation> mutations = {
+    } const mutations[] = {
         {"one double", [](annDocument& d) { first_of<annLinearDimension>(d)->m_start.m_x += 1.0 / 64; },
          "m_start.m_x"},
         {"zero against negative zero",
          [](annDocument& d) {
-             first_of<annCentreMark>(d, [](annCentreMark const& c) {
-                 return c.m_centre.m_z == 0;
-             })->m_centre.m_z = -0.0;
+             first_of<annCentreMark>(d, [](annCentreMark const& c) { return c.m_centre.m_z == 0; })
+                 ->m_centre.m_z = -0.0;
          },
          "m_centre.m_z"},
         {"null string against empty",
          [](annDocument& d) {
-             first_of<annNamedItem>(d, [](annNamedItem const& i) {
-                 return i.m_comment.is_null();
-             })->m_comment = "";
+             first_of<Item>(d, [](Item const& i) { return i.m_comment.is_null(); })->m_comment = "";
          },
          "m_comment"},
         {"one byte", [](annDocument& d) { d.m_thumbnail.array()[3] ^= 1; }, "m_thumbnail"},
@@ -400,21 +394,19 @@ TEST(SampleEqual, NoticesEveryKindOfDifference)
          [](annDocument& d) { d.m_sheets[0].m_placement->set_coefficient(3, 1234.5); }, "m_placement"},
         {"a plain pointer redirected",
          [](annDocument& d) {
-             annNamedItem* item =
-                 first_of<annNamedItem>(d, [](annNamedItem const& i) { return i.m_related; });
+             Item* item = first_of<Item>(d, [](Item const& i) { return i.m_related; });
              item->m_related = item->m_related == item ? d.m_sheets[0].m_items[1] : item;
          },
          "m_related"},
         {"a ring of leaders cut short",
          [](annDocument& d) {
-             annNote* n = first_of<annNote>(d, [](annNote const& x) { return x.m_n_leaders >= 2; });
+             annNote* n = note_with_leaders(d);
              n->m_leaders[n->m_n_leaders - 1].m_next_leader = &n->m_leaders[n->m_n_leaders - 1];
          },
          "share"},
         {"a counted pointer no longer shared",
          [](annDocument& d) {
-             annNamedItem* item = first_of<annNamedItem>(
-                 d, [](annNamedItem const& i) { return i.m_style && i.m_style.count() > 2; });
+             Item* item = first_of<Item>(d, [](Item const& i) { return i.m_style && i.m_style.count() > 2; });
              item->m_style = coPrf<annStyle>(new annStyle(*item->m_style));
          },
          "share"},
@@ -422,6 +414,7 @@ TEST(SampleEqual, NoticesEveryKindOfDifference)
          [](annDocument& d) { std::swap(d.m_sheets[0].m_items.at(0), d.m_sheets[0].m_items.at(1)); },
          "m_items"},
     };
+    annDocument* original = sample_make_document(500, 11);
     for (Mutation const& m : mutations) {
         SCOPED_TRACE(m.what);
         annDocument* changed = sample_make_document(500, 11);
@@ -434,4 +427,112 @@ TEST(SampleEqual, NoticesEveryKindOfDifference)
         delete changed;
     }
     delete original;
+}
+
+// ---------------------------------------------------------------- round trips
+
+namespace {
+
+// Fails at the first stub it meets.
+struct FailingSynthesiser : stoTypeSynthesiser {
+    void look_up_stub(stoRWRawPtr const&, stoStub const*) override { throw new stoIntTooBigException(); }
+};
+
+// Analyses a document, stubs what dangles, and synthesises a fresh one, or null when the synthesiser
+// throws: then the graph, the partly built document and the pool must all be released cleanly. Type
+// handles to classes outside the document become stubs, which the type synthesiser resolves back to the
+// classes in memory.
+template <class Synthesiser = stoTypeSynthesiser>
+annDocument* round_trip(annDocument const& original, long* values = nullptr)
+{
+    annDocument* copy = new annDocument;
+    bool thrown = false;
+    {
+        stoMemoryPoolEnabler pool(stoValue::sto_memory_pool(), stoValue::sto_memory_pool_size());
+        stoAnalyser analyser;
+        stoValue* root = analyser.raw_to_value(sto_type_annDocument(), &original);
+        analyser.stub_dangling_pointers();
+        if (values) {
+            stoValuePtrcoSet all;
+            root->participants(all);
+            *values = all.size();
+        }
+        try {
+            Synthesiser synthesiser;
+            synthesiser.synthesise(root, copy);
+        } catch (stoException* e) {
+            delete e;
+            thrown = true;
+        }
+        delete root;
+        analyser.destroy_stubs();
+    }
+    if (thrown) {
+        delete copy;
+        return nullptr;
+    }
+    return copy;
+}
+
+}  // namespace
+
+// Opaque objects are filled once each, at clean-up. The copy is a document
+// of its own: a second round trip from it gives the same document again.
+TEST(SampleRoundTrip, GeneratedDocumentsComeBackEqualWithTheirSharing)
+{
+    sample_force_load();
+    for (int items : {0, 1, 40, 700}) {
+        SCOPED_TRACE(items);
+        annDocument* original = sample_make_document(items, 1234u + static_cast<unsigned>(items));
+        long transforms = sample_census(*original)["annTransform"];
+        long before = sample_model_to_opaque_count();
+        long values = 0;
+        annDocument* copy = round_trip(*original, &values);
+        ASSERT_NE(copy, nullptr);
+        EXPECT_EQ(sample_model_to_opaque_count() - before, transforms);
+        std::string why;
+        EXPECT_TRUE(sample_equal(*original, *copy, &why)) << why;
+        EXPECT_GT(values, items);
+        annDocument* again = round_trip(*copy);
+        ASSERT_NE(again, nullptr);
+        EXPECT_TRUE(sample_equal(*original, *again, &why)) << why;
+        delete again;
+        delete copy;
+        delete original;
+        EXPECT_EQ(stoValue::sto_memory_pool(), nullptr);
+    }
+}
+
+TEST(SampleRoundTrip, AConversionThatThrowsPartWayLeavesNothingBehind)
+{
+    sample_force_load();
+    annDocument* original = sample_make_document(60, 5u);
+    EXPECT_EQ(round_trip<FailingSynthesiser>(*original), nullptr);
+    delete original;
+}
+
+TEST(FileRoundTrip, GeneratedDocumentsReadBackEqualAndWriteAgainIdentically)
+{
+    sample_force_load();
+    for (int items : {0, 30, 400}) {
+        SCOPED_TRACE(items);
+        annDocument* original = sample_make_document(items, 77u + static_cast<unsigned>(items));
+        std::string text = sto_test::written(original, sto_type_annDocument());
+        std::ostringstream diagnostics;
+        annDocument* copy = new annDocument;
+        {
+            stoReadMemoryMap map(text.data(), static_cast<int>(text.size()));
+            stoFileReader reader(&map, &diagnostics, nullptr, nullptr);
+            EXPECT_EQ(reader.error_count(), 0) << diagnostics.str();
+            stoValue const* root = reader.look_up_value("root");
+            ASSERT_NE(root, nullptr);
+            stoTypeSynthesiser synthesiser;
+            synthesiser.synthesise(root, copy);
+        }
+        std::string why;
+        EXPECT_TRUE(sample_equal(*original, *copy, &why)) << why;
+        EXPECT_EQ(sto_test::written(copy, sto_type_annDocument()), text);
+        delete copy;
+        delete original;
+    }
 }

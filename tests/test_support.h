@@ -59,16 +59,12 @@ inline std::string base64_block(const std::vector<unsigned char>& bytes, const s
     static const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string data;
     for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        std::size_t n = bytes.size() - i < 3 ? bytes.size() - i : 3;
-        unsigned int group = static_cast<unsigned int>(bytes[i]) << 16;
-        if (n > 1)
-            group |= static_cast<unsigned int>(bytes[i + 1]) << 8;
-        if (n > 2)
-            group |= bytes[i + 2];
-        data += alphabet[(group >> 18) & 63];
-        data += alphabet[(group >> 12) & 63];
-        data += n > 1 ? alphabet[(group >> 6) & 63] : '=';
-        data += n > 2 ? alphabet[group & 63] : '=';
+        std::size_t n = bytes.size() - i < 3 ? bytes.size() - i : 3;  // bytes in this group
+        unsigned int group = 0;
+        for (std::size_t k = 0; k < 3; ++k)
+            group = group << 8 | (k < n ? bytes[i + k] : 0u);
+        for (std::size_t k = 0; k < 4; ++k)  // n bytes make n + 1 characters
+            data += k <= n ? alphabet[(group >> (18 - 6 * k)) & 63] : '=';
     }
     std::string block;
     for (std::size_t i = 0; i < data.size(); i += 60)
@@ -113,14 +109,9 @@ inline std::string describe(stoTypeHandle const& t)
         return "stoByteArray";
     if (kind == "stoTypeHandleType")
         return "handle";
-    if (stoPtrType const* p = stoPtrType::sto_dynamic_cast(o.type(), o.ptr())) {
-        std::string inner = describe(p->pointee_type());
-        if (kind == "stoPtrType")
-            return "ptr(" + inner + ")";
-        if (kind == "stoPrgType")
-            return "prg(" + inner + ")";
-        return "prf(" + inner + ")";
-    }
+    if (stoPtrType const* p = stoPtrType::sto_dynamic_cast(o.type(), o.ptr()))
+        return (kind == "stoPtrType" ? "ptr(" : kind == "stoPrgType" ? "prg(" : "prf(") +
+               describe(p->pointee_type()) + ")";
     if (stoFixedArrayType const* f = stoFixedArrayType::sto_dynamic_cast(o.type(), o.ptr()))
         return "fixed(" + describe(f->element_type()) + "," + std::to_string(f->number_of_elements()) + ")";
     if (stoVariableArrayType const* v = stoVariableArrayType::sto_dynamic_cast(o.type(), o.ptr()))
