@@ -163,7 +163,12 @@ public:
     stoRawPtr stub_id() const override;
 
     // Same schema object and equal names.
-    int operator==(stoSchemaObject const& other) const { return m_schema == other.m_schema && m_name == other.m_name; }
+    // Most comparisons (casts along bases, type checks) meet the very same
+    // object; the names are compared only for twins.
+    int operator==(stoSchemaObject const& other) const
+    {
+        return this == &other || (m_schema == other.m_schema && m_name == other.m_name);
+    }
     int operator!=(stoSchemaObject const& other) const { return !(*this == other); }
 
     utString name() const { return m_name; }
