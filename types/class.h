@@ -165,7 +165,14 @@ public:
     int is_built() const { return m_built; }
 
     int number_of_direct_members() const;
-    int number_of_inherited_members() const { return number_of_indirect_members() + number_of_direct_members(); }
+    // Asked for at every step of a member walk: once both counts are known
+    // it costs two loads.
+    int number_of_inherited_members() const
+    {
+        if (m_n_members >= 0 && m_n_indirect_members >= 0)
+            return m_n_indirect_members + m_n_members;
+        return number_of_indirect_members() + number_of_direct_members();
+    }
     // First member, in table order, declared by the class named class_name
     // with the name member_name; the invalid handle when none.
     stoMemberHandle find_member(utString const& class_name, utString const& member_name) const;
