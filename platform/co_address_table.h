@@ -148,7 +148,7 @@ private:
     static std::size_t spread(void const* key)
     {
         std::uintptr_t a = reinterpret_cast<std::uintptr_t>(key);
-        return static_cast<std::size_t>(co_hash_pointer(reinterpret_cast<void const*>(a >> 12))) + ((a >> 4) & 255);
+        return static_cast<std::size_t>(co_mix_address(reinterpret_cast<void const*>(a >> 12))) + ((a >> 4) & 255);
     }
     std::size_t home(K key) const { return spread(static_cast<void const*>(key)) & m_mask; }
 

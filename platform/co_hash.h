@@ -1,10 +1,9 @@
 // Hashes of the container layer.
 //
 // `co_hash(data, n)` is the byte-sequence hash on which the hashes of names,
-// strings and record keys are built. It is FNV-1a: deterministic across runs
-// and platforms, which keeps hash-dependent behaviour reproducible. Pointer
-// values have a hash of their own (co_hash_pointer), as addresses differ
-// from run to run anyway.
+// strings, record keys and pointer values are built. It is FNV-1a:
+// deterministic across runs and platforms, which keeps hash-dependent
+// behaviour reproducible.
 #pragma once
 
 #include <cstddef>
@@ -21,12 +20,17 @@ inline unsigned int co_hash(void const* data, int n)
     return h;
 }
 
-// Hash of a pointer value. Tables keyed by addresses (live objects, values)
-// hash every look-up, and millions of them in a large conversion, so this
-// is a multiplicative mix of the whole address rather than a loop over its
-// bytes: the high word is folded in first, then the product's upper half,
-// where every bit of the address has had its say, is the hash.
-inline unsigned int co_hash_pointer(void const* p)
+// Hash of a pointer value: the byte-sequence hash over every byte of the
+// address, like any other key of a set or table.
+inline unsigned int co_hash_pointer(void const* p) { return co_hash(&p, static_cast<int>(sizeof p)); }
+
+// Slot index mix for the open-addressed tables keyed by live addresses
+// (the analyser's, the address tables). They hash every look-up, millions
+// of them in a large conversion, and mask the result to a power of two, so
+// they want all address bits in the low bits at the cost of a multiply:
+// the high word is folded in first, then the product's upper half, where
+// every bit of the address has had its say, is the index.
+inline unsigned int co_mix_address(void const* p)
 {
     std::uint64_t x = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(p));
     x ^= x >> 32;

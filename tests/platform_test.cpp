@@ -233,6 +233,7 @@ TEST(Platform, ElementsStayPutAndPointersHashEveryByte)
     EXPECT_NE(co_hash_pointer(low), co_hash_pointer(high));
     EXPECT_NE(co_hash_pointer(low), co_hash_pointer(address(0x7f00000000001000ull)));
     EXPECT_EQ(co_hash_pointer(low), co_hash(const_cast<void*>(low)));
+    EXPECT_EQ(co_hash_pointer(high), co_hash(&high, static_cast<int>(sizeof high)));  // every byte of it
     coSet<void const*> set;
     EXPECT_TRUE(set.add(low) == nullptr && set.add(high) == nullptr);
     EXPECT_EQ(set.add(low), low);

@@ -32,7 +32,7 @@ struct stoLiveObject {
     void const* ptr;
     int operator==(stoLiveObject const& other) const { return ptr == other.ptr && type == other.type; }
 };
-inline unsigned int co_hash(stoLiveObject const& o) { return co_hash_pointer(o.ptr); }
+inline unsigned int co_hash(stoLiveObject const& o) { return co_mix_address(o.ptr); }
 
 // What the analyser records for a live object: the value made for it, or
 // null while pointers wait for a value not made yet; and whether pointers
@@ -74,7 +74,7 @@ public:
     void prefetch(void const* ptr) const
     {
         if (m_slots)
-            __builtin_prefetch(&m_slots[co_hash_pointer(ptr) & m_mask]);
+            __builtin_prefetch(&m_slots[co_mix_address(ptr) & m_mask]);
     }
     int size() const { return m_size + static_cast<int>(m_null_size); }
     // Every key, in no particular order; the table must not change meanwhile.
