@@ -89,6 +89,12 @@ void stoSynthesiser::value_to_raw(stoValue const* value, stoRWRawPtr const& p)
     // nothing waits for, nearly all, cost one look-up.
     bool waited = false;
     if (value->is_object()) {
+        // A file can put an object of one class where another is embedded.
+        // Its members are not written there, and the memory is never taken
+        // as its address: pointers to it would view it as the wrong class.
+        stoType const* type = value->type_ref().type();
+        if (type != p.type().type() && (!type || *type != *p.type()))
+            return;
         void*& entry = m_objects[value];
         waited = entry == waiting_mark();
         entry = p.write_ptr();
