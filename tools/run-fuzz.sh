@@ -11,7 +11,9 @@
 # seconds defaults to 60, build-dir to build-fuzz/ at the repository root;
 # the work folder (corpora, artifacts, logs) is build-dir/fuzz-work unless
 # STO_FUZZ_WORK names another. Corpora grow from run to run in the same
-# work folder.
+# work folder. STO_FUZZ_SEED fixes libFuzzer's random seed, so that a run
+# from the same corpus explores the same inputs again (CI sets it; long
+# searches for new faults leave it unset).
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -40,6 +42,11 @@ export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 
 "$fuzz/sto_fuzz_seeds" "$work/seeds"
 
+seed=()
+if [ -n "${STO_FUZZ_SEED:-}" ]; then
+    seed=(-seed="$STO_FUZZ_SEED")
+fi
+
 status=0
 summary=()
 run_target() {
@@ -50,7 +57,7 @@ run_target() {
     echo "== fuzzing $name for $seconds s"
     # The first corpus folder collects new inputs; the others are read only.
     if "$fuzz/sto_fuzz_$name" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
-        -detect_leaks=1 -print_final_stats=1 -artifact_prefix="$work/artifacts/$name-" "$@" \
+        -detect_leaks=1 -print_final_stats=1 -artifact_prefix="$work/artifacts/$name-" "${seed[@]}" "$@" \
         >"$log" 2>&1; then
         rc=0
     else
