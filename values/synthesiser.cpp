@@ -140,8 +140,18 @@ void stoSynthesiser::handle_smart_pointer(stoPtrValue const* value, stoRWRawPtr 
     if (void* const* existing = m_objects.find(target); existing && *existing != waiting_mark()) {
         // A second owning or counted pointer to one object: a counted field
         // shares the first field's count; an owning field stays as it is.
-        if (void* const* first_field = m_owners.find(*existing))
-            type->copy(*first_field, field.write_ptr());
+        void* const* first_field = m_owners.find(*existing);
+        if (!first_field || meta != sto_class_stoPrfType())
+            return;
+        // The count is shared; the address is this field's own view of the
+        // object, which differs from the first field's when the two point
+        // at different bases of it.
+        void const* cast = view_as(*type->pointee_type(), *target->type(), *existing);
+        if (!cast)
+            return;
+        stoPrf* shared = static_cast<stoPrf*>(field.write_ptr());
+        *shared = *static_cast<stoPrf const*>(*first_field);
+        shared->set_pointer(const_cast<void*>(cast));
         return;
     }
     stoTypeHandle const& target_type = target->type_ref();
