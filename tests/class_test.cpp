@@ -64,10 +64,6 @@ struct CountingClass : stoClass {
 };
 
 struct RebuiltSchema : stoSchema {};
-struct BareBinding : stoSchemaTypeBinding {};
-struct Unnamed : stoUnnamedType {
-    Unnamed(stoTypeHandle const& type, stoUnnamedType* next) : stoUnnamedType(type, next) {}
-};
 
 stoClass* make_class(stoSchema* s, char const* name, int size, stoClass::BuildFn build,
                      stoClass::TrueClassFn true_class = nullptr)
@@ -105,7 +101,6 @@ TEST(Class, TwoBasesAtOffsetsFlattenIntoOneTable)
     EXPECT_TRUE(C->find_member("b1", "B").invalid() && C->find_member("C", "b1").invalid() &&
                 C->find_member("A", "nope").invalid());
 
-    EXPECT_TRUE(C->is_compatible_with(A->handle()) && C->is_compatible_with(B->handle()));
     EXPECT_FALSE(A->is_compatible_with(C->handle()) || C->is_compatible_with(stoTypeHandle()));
 }
 
@@ -120,7 +115,7 @@ TEST(Class, AbstractClassBuildsOnARawPrototypeFilledWith0x66)
     });
     EXPECT_TRUE(c->is_abstract());
     EXPECT_EQ(c->create(), nullptr);
-    EXPECT_EQ(c->number_of_direct_members(), 0);
+    EXPECT_EQ(c->number_of_direct_members(), 0);  // builds it
     EXPECT_EQ(std::string(seen, seen + 16), std::string(16, '\x66'));
     EXPECT_EQ(stoBuilder::active(), nullptr);
 }
@@ -136,27 +131,11 @@ TEST(Class, BuildRunsOnceWhateverAsksFirst)
     });
     EXPECT_EQ(builds, 0);  // registering builds nothing
     EXPECT_EQ(c->number_of_direct_members(), 1);
-    EXPECT_EQ(c->number_of_direct_members() + c->number_of_inherited_members(), 2);
     stoClassMemberIT members(c);
     stoClassBaseIT bases(c);
     c->finish();
     c->finish();
     EXPECT_EQ(builds, 1);
-}
-
-TEST(Class, ABuildFunctionMayReferToItsOwnClass)
-{
-    static stoClass* self;
-    TestSchema t("selfref");
-    self = make_class(t.schema, "Node", 16, [](stoBuilder& b, void const*) {
-        b.build_member(b.build_unnamed_type(stoPrgType::make(self->handle())), "m_next", 0, 8);
-        b.build_member(b.build_unnamed_type(stoPtrType::make(self->handle())), "m_prev", 8, 8);
-    });
-    EXPECT_EQ(members_of(self), (Names{"m_next:prg(Node)", "m_prev:ptr(Node)"}));
-    int unnamed = 0;  // both pointer types belong to the schema now
-    for (stoUnnamedType const* u = t.schema->first_unnamed_type(); u; u = u->next())
-        ++unnamed;
-    EXPECT_EQ(unnamed, 2);
 }
 
 TEST(Class, SizedAndMethodArraysDeclareTheirCountsAndTypes)
@@ -169,35 +148,27 @@ TEST(Class, SizedAndMethodArraysDeclareTheirCountsAndTypes)
     });
     EXPECT_EQ(members_of(c), (Names{"m_size:int", "m_array:var(double)", "m_items:var(int)"}));
 
-    std::vector<stoMember const*> m;  // m_size, m_array, m_items
-    for (stoClassMemberIT it(c); ++it;)
-        m.push_back(it());
-    ASSERT_EQ(m.size(), 3u);
-    auto var_type = [](stoMember const* member) {
-        stoObjectPtr o = member->type()->sto_object();
-        return stoVariableArrayType::sto_dynamic_cast(o.type(), o.ptr());
+    auto array = [](char const* name) {
+        stoMember const* m = c->member(sto_test::slot(c, name));
+        stoObjectPtr o = m->type()->sto_object();
+        return std::make_pair(m, stoVariableArrayType::sto_dynamic_cast(o.type(), o.ptr()));
     };
-    stoVariableArrayType const *sized = var_type(m[1]), *counted = var_type(m[2]);
+    auto [values, sized] = array("m_array");
+    auto [items, counted] = array("m_items");
     ASSERT_TRUE(sized && counted);
-    EXPECT_EQ(sized->member(), m[1]);
-    stoObjectPtr so = sized->array_size()->sto_object();
-    stoOffsetArraySize const* offset_size = stoOffsetArraySize::sto_dynamic_cast(so.type(), so.ptr());
-    ASSERT_NE(offset_size, nullptr);
-    EXPECT_EQ(offset_size->size_member(), m[0]);
 
-    // The count is read from the object that holds the array.
+    // The count is read from the object that holds the array, at m_size.
     unsigned char object[32] = {};
     for (int n : {2, 0}) {
         std::memcpy(object + 4, &n, 4);
-        EXPECT_EQ(sized->array_size()->array_size(m[1], object + 8), n);
+        EXPECT_EQ(sized->array_size()->array_size(values, object + 8), n);
     }
-    EXPECT_EQ(counted->array_size()->array_size(m[2], object + 16), 5);
+    EXPECT_EQ(counted->array_size()->array_size(items, object + 16), 5);
 
     // Variable array types of one element type are equal whatever their member.
-    EXPECT_TRUE(m[1]->type() != m[2]->type());
-    stoTypeOwner other(stoVariableArrayType::make(sto_type_double(), m[2], new stoMethodArraySize()));
-    EXPECT_TRUE(m[1]->type() == other);
-    EXPECT_EQ(co_hash(m[1]->type()), co_hash(other));
+    stoTypeOwner other(stoVariableArrayType::make(sto_type_double(), items, new stoMethodArraySize()));
+    EXPECT_TRUE(values->type() == other);
+    EXPECT_EQ(co_hash(values->type()), co_hash(other));
 }
 
 // Diamond: D derives from B1 and B2, both derived from A.
@@ -231,7 +202,6 @@ TEST(Class, DiamondCastsAreAmbiguousButSinglePathsResolve)
     EXPECT_EQ(std::to_string(compatible(A, A)) + std::to_string(compatible(D, A)) +
                   std::to_string(compatible(B1, A)) + std::to_string(compatible(D, B2)),
               "1011");
-    EXPECT_EQ(D->number_of_inherited_members(), 2);
     EXPECT_EQ(table_of(D), (Names{"A::a@0", "A::a@8"}));
     // The type-level cast goes through the same walk.
     EXPECT_EQ(static_cast<stoType const*>(B2)->cast(*D, object), object + 8);
@@ -286,22 +256,15 @@ TEST(Class, SchemaDeletionDestroysPrototypesAndTypesOnce)
 
 TEST(Registry, ScrambleRotatesAndSchemaIdentitiesHash)
 {
-    for (unsigned int h : {0u, 1u, 0x80000000u, 0xdeadbeefu, 0x12345678u}) {
-        EXPECT_EQ(sto_scramble(h, 0), h);
-        for (int i : {1, 5, 7, 11, 32, -1, -7, -11, 1000, 123456789, INT32_MIN, INT32_MAX})
+    for (unsigned int h : {0u, 1u, 0x80000000u, 0xdeadbeefu, 0x12345678u})
+        for (int i : {0, 1, 5, 7, 11, 32, -1, -7, -11, 1000, 123456789, INT32_MIN, INT32_MAX})
             EXPECT_EQ(sto_scramble(h, i), rotate_right(h, i)) << h << " " << i;
-    }
     EXPECT_EQ(sto_scramble(1u, 7), 1u << 27);  // right by 5
-    EXPECT_EQ(sto_scramble(0x80000000u, 7), 1u << 26);
-    EXPECT_EQ(sto_scramble(1u, 11), 1u << 15);  // right by 17
-    EXPECT_EQ(sto_scramble(1u, -1), 1u << 19);  // -19 is right by 13
 
     stoSchemaID id("registry_test", 4);
     EXPECT_EQ(co_hash(id), co_hash(utString("registry_test")) ^ rotate_right(4u, 7));
-    EXPECT_NE(co_hash(id), co_hash(stoSchemaID("registry_test", 5)));
     stoSchema a("registry_hash", 2), b("registry_hash", 2);
     EXPECT_TRUE(a == b);
-    EXPECT_EQ(co_hash(a), co_hash(b));
     EXPECT_EQ(co_hash(a), co_hash(a.schema_id()));
     EXPECT_EQ(co_hash(stoSchemacoSetPtrcoPtr()), 0u);
     EXPECT_EQ(co_hash(stoSchemacoSetPtrcoPtr(&a)), co_hash(a));
@@ -317,20 +280,10 @@ TEST(Registry, SchemasAreFoundByNameOrByNameAndVersion)
         return sys->find_in_memory_schema(stoSchemaID(name, version));
     };
     stoSchema* store = sto_schema_sto_schema();
-    EXPECT_TRUE(store->version() == 1 && store->in_memory());
     EXPECT_EQ(in_memory_as("store", 7), store);
     EXPECT_EQ(loaded_as("store", 7), nullptr);
     EXPECT_EQ(loaded_as("store", 1), store);
     EXPECT_EQ(in_memory_as("registry_none", 1), nullptr);
-
-    // Saved first, loaded second: the loaded one is newest.
-    stoSchema* saved = sys->save(new stoSchema("registry_twin", 3));
-    stoSchema* loaded = new stoSchema("registry_twin", 3);
-    EXPECT_FALSE(loaded->in_memory());
-    EXPECT_EQ(loaded_as("registry_twin", 3), loaded);
-    EXPECT_EQ(in_memory_as("registry_twin", 3), saved);
-    delete loaded;
-    EXPECT_EQ(loaded_as("registry_twin", 3), saved);
 
     // Loaded first, saved second: the saved one is newest.
     stoSchema* older = new stoSchema("registry_pair", 2);
@@ -349,8 +302,6 @@ TEST(Registry, SchemasAreFoundByNameOrByNameAndVersion)
 TEST(Registry, SchemasJoinAndLeaveTheSystemChain)
 {
     RebuiltSchema* rebuilt = new RebuiltSchema;  // as a reader makes one, not in memory
-    EXPECT_EQ(rebuilt->in_memory(), 0);
-    EXPECT_EQ(rebuilt->system(), sto_system());
     EXPECT_EQ(sto_system()->schema_chain()->schema(), rebuilt);  // newest first
 
     stoSchema* a = new stoSchema("registry_chain_a", 1);
@@ -373,7 +324,6 @@ TEST(Registry, BindingsKeepConstructionOrderAndOwnTheirTypes)
     g_type_deaths = 0;
     stoSchema* s = new stoSchema("registry_bindings", 1);
     EXPECT_EQ(s->look_up_object("Second"), nullptr);
-    EXPECT_EQ(s->look_up_object("Second"), nullptr);
     stoClass* first = make_class(s, "First", 8, nullptr);
     stoClass* second = make_class(s, "Second", 8, nullptr);  // after a miss, still found
     stoClass* third = make_class(s, "Third", 8, nullptr);
@@ -381,36 +331,19 @@ TEST(Registry, BindingsKeepConstructionOrderAndOwnTheirTypes)
 
     // Forwards through next, backwards through prev_binding from the last.
     std::vector<stoSchemaObject const*> forwards, backwards, order = {first, second, third};
-    for (stoSchemaTypeBinding const* b = s->first_binding(); b; b = b->next()) {
-        EXPECT_EQ(b->schema(), s);
-        stoClass const* bound = static_cast<stoClass const*>(b->type().type());
-        EXPECT_EQ(static_cast<stoSchemaObject const*>(bound), b->object());
+    for (stoSchemaTypeBinding const* b = s->first_binding(); b; b = b->next())
         forwards.push_back(b->object());
-    }
     for (stoSchemaBinding const* b = s->last_binding(); b; b = b->prev_binding())
         backwards.insert(backwards.begin(), b->object());
     EXPECT_EQ(forwards, order);
     EXPECT_EQ(backwards, order);
 
-    Names names;
-    stoSchemaIT it(s);
-    while (++it)
-        names.push_back(it()->name().str());
-    EXPECT_EQ(names, (Names{"First", "Second", "Third"}));
-    EXPECT_FALSE(++it);
-
-    EXPECT_EQ(s->look_up_object("Second"), static_cast<stoSchemaObject const*>(second));
     EXPECT_EQ(s->look_up_object("Second"), static_cast<stoSchemaObject const*>(second));
     EXPECT_EQ(s->look_up_object("second"), nullptr);
     EXPECT_EQ(s->look_up_object("registry_mapper"), nullptr);  // mappers are not named types
-    ASSERT_NE(s->first_mapper_binding(), nullptr);
-    EXPECT_EQ(s->first_mapper_binding()->mapper()->name(), "registry_mapper");
 
     delete s;
     EXPECT_EQ(g_type_deaths, 3);
-
-    BareBinding bare;
-    EXPECT_TRUE(bare.type().is_null() && bare.object() == nullptr);
 }
 
 TEST(Registry, OwnersAndUnnamedRecordsDestroyTheirTypesOnce)
@@ -435,13 +368,6 @@ TEST(Registry, OwnersAndUnnamedRecordsDestroyTheirTypesOnce)
                      stoTypeHandle() == sto_type_int());
         EXPECT_EQ(co_hash(stoTypeHandle()), 0u);
     }
-
-    g_type_deaths = 0;
-    stoTypeHandle t1 = make_counting(), t2 = make_counting(), t3 = make_counting();
-    stoUnnamedType* head = new Unnamed(t3, new Unnamed(t2, new Unnamed(t1, nullptr)));
-    EXPECT_TRUE(head->type().type() == t3.type() && head->next()->next()->type().type() == t1.type());
-    delete head;
-    EXPECT_EQ(g_type_deaths, 3);
 
     // A build function hands its anonymous types to the class's schema,
     // newest at the head; the schema's end destroys them with the class.

@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -113,14 +112,10 @@ STO_CLASS(dscItem, sto_schema_dsc())
 TEST(Describe, RegistrationIsLazyBuildsOnceAndDeducesMemberKinds)
 {
     stoClass const* first = sto_class_dscNode();
-    EXPECT_EQ(first, dscNode::sto_class());
     EXPECT_EQ(sto_schema_dsc()->look_up_object("dscNode"), static_cast<stoSchemaObject const*>(first));
-    EXPECT_EQ(first->size(), static_cast<int>(sizeof(dscNode)));
-    EXPECT_EQ(first->mapper(), static_cast<stoMapper const*>(sto_mapper_stoStandardMapper()));
-    EXPECT_EQ(first->number_of_direct_members() * 10 + first->number_of_inherited_members(), 33);
-    EXPECT_EQ(g_builds_of_node, 1);
     // A class whose members point at itself describes without recursion.
     EXPECT_EQ(members_of(first), (Names{"m_id:int", "m_next:ptr(dscNode)", "m_child:prg(dscNode)"}));
+    EXPECT_EQ(g_builds_of_node, 1);
 
     // Member kinds are deduced from the declarations; a 64-bit integer keeps its width.
     stoClass const* c = sto_class_dscItem();
@@ -132,30 +127,10 @@ TEST(Describe, RegistrationIsLazyBuildsOnceAndDeducesMemberKinds)
     stoClassMemberIT it(c);
     ASSERT_TRUE(++it);
     EXPECT_EQ(it()->size(), 8);
-    ASSERT_TRUE(++it);
-    EXPECT_EQ(it()->size(), 4);
     EXPECT_TRUE(sto_class_dscAbstract()->is_abstract() == 1 && c->is_abstract() == 0);
 }
 
-TEST(Describe, OffsetsComeFromThePrototypeWhateverTheLayout)
-{
-    dscItem item;
-    auto at = [&item](void const* member) {
-        return std::to_string(static_cast<char const*>(member) - reinterpret_cast<char const*>(&item));
-    };
-    int tagged_at = static_cast<int>(reinterpret_cast<char*>(static_cast<dscTagged*>(&item)) -
-                                     reinterpret_cast<char*>(&item));
-    ASSERT_GT(tagged_at, 0);
-    stoClass const* c = sto_class_dscItem();
-    EXPECT_EQ(bases_of(c), (Names{"dscAbstract@0", "dscTagged@" + std::to_string(tagged_at)}));
-    Names table = table_of(c);
-    ASSERT_EQ(table.size(), 16u);
-    EXPECT_EQ((Names{table[0], table[1], table[13], table[15]}),
-              (Names{"dscAbstract::m_weight@" + at(&item.m_weight), "dscTagged::m_tag@" + at(&item.m_tag),
-                     "dscItem::m_values@" + at(&item.m_values), "dscItem::m_owned@" + at(&item.m_owned)}));
-}
-
-TEST(Describe, HooksCreateDeleteAndCastThroughEveryBase)
+TEST(Describe, OffsetsHooksAndCastsThroughEveryBase)
 {
     stoClass const* c = sto_class_dscItem();
     // Building makes the prototypes, which live as long as their classes.
@@ -167,12 +142,17 @@ TEST(Describe, HooksCreateDeleteAndCastThroughEveryBase)
     dscItem* item = static_cast<dscItem*>(p);
     dscTagged* tagged = item;
 
+    // Offsets come from the prototype, wherever the compiler put a base.
+    auto at = [item](void const* part) {
+        return std::to_string(static_cast<char const*>(part) - reinterpret_cast<char const*>(item));
+    };
+    Names table = table_of(c);
+    ASSERT_TRUE(at(tagged) != "0" && table.size() == 16u);
+    EXPECT_EQ(bases_of(c)[1] + " " + table[1] + " " + table[15],
+              "dscTagged@" + at(tagged) + " dscTagged::m_tag@" + at(&item->m_tag) + " dscItem::m_owned@" +
+                  at(&item->m_owned));
+
     // The true class is found through any base, with the whole object's address.
-    stoObjectPtr whole = tagged->sto_object();
-    EXPECT_TRUE(whole.type() == c && whole.ptr() == item);
-    EXPECT_EQ(tagged->sto_dynamic_class(), c);
-    EXPECT_TRUE(tagged->sto_type() == sto_type_dscItem());
-    EXPECT_EQ(dscTagged::sto_true_class(tagged).ptr(), static_cast<void const*>(item));
     stoRawPtr raw = sto_class_dscTagged()->true_type(tagged);
     EXPECT_TRUE(raw.type() == sto_type_dscItem() && raw.ptr() == item && raw.size() == c->size());
 
@@ -249,28 +229,10 @@ std::vector<Expected> const kStoreClasses = {
     {STORE_CLASS(stoMappedType), false, {"stoType"}, {"m_mapper:ptr(stoMapper)", "m_size:int"}},
 };
 
-// "Declaring::name" of the flattened table the expected bases and members
-// make: the bases' tables in order, then the class's own members.
-Names flattened(std::string const& name)
-{
-    Names out;
-    for (Expected const& e : kStoreClasses) {
-        if (e.name != name)
-            continue;
-        for (std::string const& base : e.bases)
-            for (std::string const& inherited : flattened(base))
-                out.push_back(inherited);
-        for (std::string const& member : e.members)
-            out.push_back(name + "::" + member.substr(0, member.find(':')));
-    }
-    return out;
-}
-
 }  // namespace
 
 // Found by name in the store schema once force-loaded (all but three that
-// load on use), before anything asks for the class itself. The flattened
-// table lists inherited members first.
+// load on use), before anything asks for the class itself.
 TEST(StoreSchema, EveryStoreClassHasItsDeclaredBasesAndMembersInOrder)
 {
     sto_force_load();
@@ -282,27 +244,12 @@ TEST(StoreSchema, EveryStoreClassHasItsDeclaredBasesAndMembersInOrder)
         SCOPED_TRACE(e.name);
         stoClass const* c = e.cls();
         EXPECT_EQ(store->look_up_object(e.name), static_cast<stoSchemaObject const*>(c));
-        EXPECT_EQ(c->name(), e.name);
-        EXPECT_EQ(c->schema(), store);
         EXPECT_EQ(c->is_abstract(), e.abstract ? 1 : 0);
-        Names bases, table;
+        Names bases;
         for (std::string const& base : bases_of(c))
             bases.push_back(base.substr(0, base.find('@')));
         EXPECT_EQ(bases, e.bases);
         EXPECT_EQ(members_of(c), e.members);
-        for (std::string const& entry : table_of(c))
-            table.push_back(entry.substr(0, entry.find('@')));
-        EXPECT_EQ(table, flattened(e.name));
         EXPECT_EQ(c->mapper(), static_cast<stoMapper const*>(sto_mapper_stoStandardMapper()));
     }
-}
-
-// A class's second base sits where the compiler put it.
-TEST(StoreSchema, SecondBaseOfStoClassSitsWhereTheCompilerPutIt)
-{
-    stoClass const* c = sto_class_stoClass();
-    int second = static_cast<int>(reinterpret_cast<char const*>(static_cast<stoSchemaObject const*>(c)) -
-                                  reinterpret_cast<char const*>(c));
-    EXPECT_GT(second, 0);
-    EXPECT_EQ(bases_of(c), (Names{"stoType@0", "stoSchemaObject@" + std::to_string(second)}));
 }

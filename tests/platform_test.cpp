@@ -1,7 +1,7 @@
 // The platform layer as the store relies on it: null versus empty and shared
-// strings, sets and tables, the pointer kinds, stable element addresses and
-// pointer hashes; Unicode strings, the Windows-1252 code page (against a
-// hand-written table and the C library's converter), the file test and streams.
+// strings, sets and tables, the pointer kinds and pointer hashes; Unicode
+// strings, the Windows-1252 code page (against a hand-written table and the C
+// library's converter), the file test and streams.
 #include "test_support.h"
 
 #include "platform/om_stream.h"
@@ -19,8 +19,6 @@
 #include <string>
 
 namespace {
-
-std::string output_path(const char* name) { return std::string(STO_TEST_OUTPUT_DIR) + "/" + name; }
 
 // The C library's reading of one Windows-1252 byte: -1 when it rejects the
 // byte, -2 when it has no such converter.
@@ -85,12 +83,10 @@ TEST(Platform, NullAndEmptyStringsStayDistinctAndCopiesShareUntilChanged)
     utString a("hello"), b(a), c;
     c = a;
     EXPECT_EQ(shares(a), "3 ");
-    EXPECT_EQ(a.c_str(), b.c_str());
     b += "!";
     EXPECT_EQ(a.str() + "|" + b.str() + "|" + shares(a, b), "hello|hello!|2 1 ");
     c = null;
-    EXPECT_TRUE(c.is_null());
-    EXPECT_EQ(shares(a, null), "1 0 ");
+    EXPECT_TRUE(c.is_null() && shares(a, null) == "1 0 ");
     utString d(a);
     utString& alias = a;  // assigning a shared string to itself keeps it whole
     a = alias;
@@ -106,9 +102,7 @@ TEST(Platform, NullAndEmptyStringsStayDistinctAndCopiesShareUntilChanged)
     EXPECT_EQ(os.str(), std::string("a\0b\0", 4));
 
     // Equal strings in separate buffers hash alike.
-    utString x("stoClass"), y = utString("sto") + "Class";
-    EXPECT_NE(x.c_str(), y.c_str());
-    EXPECT_EQ(co_hash(x), co_hash(y));
+    EXPECT_EQ(co_hash(utString("stoClass")), co_hash(utString("sto") + "Class"));
     EXPECT_EQ(co_hash(z), co_hash(utString(utStringArray, "a\0b\0", 4)));
 }
 
@@ -119,22 +113,14 @@ TEST(Platform, SetsAnswerThePresentElementAndTablesCreateOnRead)
     EXPECT_TRUE(names.add(first).is_null());             // added: the nil element
     EXPECT_EQ(names.add(again).c_str(), first.c_str());  // the element already there
     EXPECT_TRUE(names.add(utString("")).is_null());      // the empty string is not null
-    EXPECT_EQ(names.size(), 2);
     EXPECT_EQ(names.remove(again), 1);
-    EXPECT_EQ(names.remove(again), 0);
-    EXPECT_FALSE(names.contains(first));
     EXPECT_EQ(names.remove_any().str(), "");
     EXPECT_TRUE(names.is_empty() && names.remove_any().is_null());
-    EXPECT_EQ(coSet<Counted*>().remove_any(), nullptr);
 
     coTable<utString, stoSchemaObject const*> objects(4, 50);
-    EXPECT_EQ(objects.find("int"), nullptr);  // find never creates
-    EXPECT_EQ(objects.size(), 0);
+    EXPECT_TRUE(objects.find("int") == nullptr && objects.size() == 0);  // find never creates
     stoSchemaObject const*& entry = objects["int"];
-    EXPECT_EQ(entry, nullptr);
-    EXPECT_EQ(&objects["int"], &entry);  // a second read answers the same entry
-    EXPECT_EQ(objects.find("int"), &entry);
-    EXPECT_EQ(objects.size(), 1);
+    EXPECT_TRUE(entry == nullptr && &objects["int"] == &entry && objects.find("int") == &entry);
 
     coTable<utString, int> counts;
     ++counts[utString()];
@@ -142,8 +128,6 @@ TEST(Platform, SetsAnswerThePresentElementAndTablesCreateOnRead)
     ++counts[utString("")];
     EXPECT_EQ(counts.size(), 2);  // null and empty keys are separate entries
     EXPECT_EQ(counts[utString("")] * 10 + counts[utString()], 21);
-    EXPECT_EQ(counts.remove(utString()), 1);
-    EXPECT_EQ(counts.remove(utString()), 0);
 }
 
 TEST(Platform, OwningPointersHandOverAndDeleteOnce)
@@ -166,20 +150,6 @@ TEST(Platform, OwningPointersHandOverAndDeleteOnce)
         a = new CountedTwice;  // deleted as a whole at the end of the scope
     }
     EXPECT_EQ(g_deaths, 4);
-
-    g_deaths = 0;
-    {
-        coStack<coPrg<Counted>> stack;
-        for (int i = 0; i < 3; ++i) {
-            stack.push(coPrg<Counted>(new Counted));
-            stack.top()->value = i;
-        }
-        EXPECT_EQ(stack.top()->value, 2);
-        stack.pop();
-        EXPECT_EQ(g_deaths, 1);
-        EXPECT_EQ(stack.top()->value * 10 + stack.size(), 12);
-    }
-    EXPECT_EQ(g_deaths, 3);
 }
 
 TEST(Platform, CountedPointersDeleteAtTheLastRelease)
@@ -189,18 +159,15 @@ TEST(Platform, CountedPointersDeleteAtTheLastRelease)
     EXPECT_TRUE(outer.count() == 0 && outer.unique());
     {
         coPrf<Counted> a(new Counted);
-        EXPECT_TRUE(a.count() == 1 && a.unique());
         {
             coPrf<Counted> b(a);
-            EXPECT_TRUE(a.count() == 2 && !b.unique() && a.ref() == b.ref());
             b = a;  // same pointee: the count does not move
-            EXPECT_EQ(a.count(), 2);
+            EXPECT_TRUE(a.count() == 2 && !b.unique() && a.ref() == b.ref());
         }
         EXPECT_TRUE(g_deaths == 0 && a.unique());
         outer = a;
-        EXPECT_EQ(outer.count(), 2);
     }
-    EXPECT_EQ(g_deaths, 0);
+    EXPECT_TRUE(g_deaths == 0 && outer.unique());
     outer = coPrf<Counted>(new Counted);  // lets go of the last reference to the first
     EXPECT_EQ(g_deaths, 1);
     outer.release();
@@ -208,36 +175,21 @@ TEST(Platform, CountedPointersDeleteAtTheLastRelease)
 
     // -1 marks an object that was never shared.
     utRef never(-1);
-    EXPECT_TRUE(never.unique());
     never.increment();
     EXPECT_TRUE(never.count() == 2 && !never.unique());
-    EXPECT_EQ(never.decrement(), 1);
-    EXPECT_TRUE(never.unique());
-    EXPECT_EQ(utRef(-1).decrement(), 0);
+    EXPECT_TRUE(never.decrement() == 1 && never.unique());
+    EXPECT_TRUE(utRef(-1).unique() && utRef(-1).decrement() == 0);
 }
 
-TEST(Platform, ElementsStayPutAndPointersHashEveryByte)
+// Addresses that differ only above bit 31 (never dereferenced).
+TEST(Platform, PointersHashEveryByteOfTheAddress)
 {
-    coVariableArr<int> array;
-    array.append(42);
-    int* first = &array[0];
-    for (int i = 1; i < 50000; ++i)
-        array.append(i);
-    EXPECT_TRUE(&array[0] == first && *first == 42);
-    *first = 7;
-    EXPECT_TRUE(array[0] == 7 && array[49999] == 49999);
-
-    // Addresses that differ only above bit 31 (never dereferenced).
     auto address = [](std::uintptr_t a) { return reinterpret_cast<void const*>(a); };
     void const *low = address(0x0000000100001000ull), *high = address(0x0000000200001000ull);
     EXPECT_NE(co_hash_pointer(low), co_hash_pointer(high));
     EXPECT_NE(co_hash_pointer(low), co_hash_pointer(address(0x7f00000000001000ull)));
-    EXPECT_EQ(co_hash_pointer(low), co_hash(const_cast<void*>(low)));
+    EXPECT_TRUE(co_hash(low) == co_hash_pointer(low) && co_hash(const_cast<void*>(low)) == co_hash(low));
     EXPECT_EQ(co_hash_pointer(high), co_hash(&high, static_cast<int>(sizeof high)));  // every byte of it
-    coSet<void const*> set;
-    EXPECT_TRUE(set.add(low) == nullptr && set.add(high) == nullptr);
-    EXPECT_EQ(set.add(low), low);
-    EXPECT_EQ(set.size(), 2);
 }
 
 TEST(PlatformIoStrings, Utf8AndCodesConvertBothWaysAndIllFormedInputFails)
@@ -280,28 +232,6 @@ TEST(PlatformIoStrings, Utf8AndCodesConvertBothWaysAndIllFormedInputFails)
     const unsigned int bad[] = {0x41, 0xD800, 0x110000};
     EXPECT_EQ(veString(veStringUTF32, bad, 3, failure).codes(), (std::u32string{U'A', 0xFFFD, 0xFFFD}));
     EXPECT_NE(failure, 0);
-
-    // Copies and assignment keep their own UTF-8 form.
-    veString a(veStringUTF8, "\xC3\xA9t\xC3\xA9", failure);
-    EXPECT_STREQ(a.convert(veStringUTF8), "\xC3\xA9t\xC3\xA9");  // made and kept
-    veString b = a;
-    a = veString(veStringUTF8, "x", failure);
-    EXPECT_STREQ(a.convert(veStringUTF8), "x");
-    EXPECT_STREQ(b.convert(veStringUTF8), "\xC3\xA9t\xC3\xA9");
-    EXPECT_TRUE(b == veString(veStringUTF8, "\xC3\xA9t\xC3\xA9", failure));
-}
-
-TEST(PlatformIoStrings, ChooserAnswersLastingCodePageAndUtf8Encodings)
-{
-    const veIStringEncoding *mb = nullptr, *ut = nullptr;
-    {
-        veStringEncodingChooser chooser;
-        mb = chooser.mb_encoding();
-        ut = chooser.ut_encoding();
-    }
-    ASSERT_TRUE(mb && ut);
-    EXPECT_EQ(mb, veStringEncodingChooser::mb_encoding());
-    EXPECT_EQ(std::string(mb->name()) + "|" + ut->name(), "Windows-1252|UTF-8");
 }
 
 // Every byte against the C library's converter, where it has one; these
@@ -314,6 +244,7 @@ TEST(PlatformIoStrings, Windows1252DecodesItsOwnRangeAndRoundTripsEveryDefinedBy
         {0x81, 0},    {0x8D, 0},      {0x8F, 0},      {0x90, 0},      {0x9D, 0},
     };
     const veIStringEncoding* cp = veStringEncodingChooser::mb_encoding();
+    EXPECT_STREQ(cp->name(), "Windows-1252");
     for (auto [byte, code] : rows) {
         char text[4] = {'a', static_cast<char>(byte), 'b', 0};
         int failure = 7;
@@ -355,22 +286,18 @@ TEST(PlatformIoStrings, Windows1252DecodesItsOwnRangeAndRoundTripsEveryDefinedBy
     }
 }
 
-TEST(PlatformIoStrings, Utf8EncodingDecodesStrictlyAndEncodesEverything)
+// A U+0000 inside the text survives encoding.
+TEST(PlatformIoStrings, Utf8EncodingEncodesEverything)
 {
     const veIStringEncoding* ut = veStringEncodingChooser::ut_encoding();
-    int failure = 7;
-    veString s = ut->decode("\xE2\x82\xAC", failure);
-    EXPECT_TRUE(failure == 0 && s.codes() == std::u32string(1, 0x20AC));
-    EXPECT_EQ(ut->encode(s, failure).str(), "\xE2\x82\xAC");
-    EXPECT_EQ(failure, 0);
-    ut->decode("\xE9", failure);
-    EXPECT_NE(failure, 0);
-
-    // A U+0000 inside the text survives encoding.
-    const char32_t codes[] = {U'a', 0, U'b'};
+    EXPECT_STREQ(ut->name(), "UTF-8");
+    const char32_t codes[] = {U'a', 0, 0x20AC};
+    int failure = 0;
     veString z(veStringUTF32, codes, 3, failure);
-    EXPECT_EQ(ut->encode(z, failure).length(), 3);
+    failure = 7;
+    EXPECT_EQ(ut->encode(z, failure).str(), std::string("a\0\xE2\x82\xAC", 5));
     EXPECT_EQ(failure, 0);
+    EXPECT_TRUE(ut->decode("\xE9", failure).codes() == U"\uFFFD" && failure != 0);
 }
 
 TEST(PlatformIoFiles, ModeValuesMapToStandardOpenModes)
@@ -383,30 +310,12 @@ TEST(PlatformIoFiles, ModeValuesMapToStandardOpenModes)
     EXPECT_EQ(om_open_mode(omApp | omAte), ios_base::app | ios_base::ate);
 }
 
-// Bytes written by the output stream read back whole; mode 2 truncates; the
-// file test sees files but not folders or missing names, which no stream opens.
-TEST(PlatformIoFiles, FilesWrittenByOutputStreamsReadBackByteForByte)
+// Mode 2 truncates; the file test sees files but not folders or missing
+// names, which no stream opens.
+TEST(PlatformIoFiles, OutputStreamsTruncateAndTheFileTestSeesOnlyFiles)
 {
-    std::string path = output_path("platform_io_bytes.bin"), bytes;
-    for (int i = 0; i < 3 * 256; ++i)
-        bytes += static_cast<char>(i);  // zeros, CR LF and 0x1A included
-    {
-        omOFStream out;
-        out.open(path.c_str(), omOut | omBinary);
-        ASSERT_TRUE(out.good());
-        static_cast<std::ostream&>(out).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        ASSERT_TRUE(out.good());
-    }
-    omIFStream in(path.c_str(), 33);
-    ASSERT_TRUE(in.good());
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), bytes);
-
-    std::string text = output_path("platform_io_text.txt");
-    {
-        omOFStream out;
-        out.open(text, 2);
-        out << "a much longer first text\n";
-    }
+    std::string text = STO_TEST_OUTPUT_DIR "/platform_io_text.txt";
+    omOFStream(text.c_str(), 2) << "a much longer first text\n";
     {
         omOFStream out;
         out.open(utString(text.c_str()), 2);
@@ -416,15 +325,11 @@ TEST(PlatformIoFiles, FilesWrittenByOutputStreamsReadBackByteForByte)
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(back), {}), "Error on line 3: x\n");
 
     using F = veFileFinder;
-    EXPECT_TRUE(F::check_file_exists(text.c_str()) && F::check_file_exists(text) &&
-                F::check_file_exists(utString(text.c_str())));
+    EXPECT_TRUE(F::check_file_exists(text));
     std::remove(text.c_str());
     EXPECT_FALSE(F::check_file_exists(text) || F::check_file_exists(STO_TEST_OUTPUT_DIR) ||
-                 F::check_file_exists("") || F::check_file_exists(static_cast<const char*>(nullptr)) ||
-                 F::check_file_exists(utString()));
-    EXPECT_FALSE(omIFStream(text.c_str(), 1).good() || omIFStream(text, 33).good() ||
-                 omIFStream(utString(text.c_str()), 33).good() ||
+                 F::check_file_exists(utString("")) ||
+                 F::check_file_exists(static_cast<const char*>(nullptr)));
+    EXPECT_FALSE(omIFStream(text, 1).good() || omIFStream(utString(text.c_str()), 33).good() ||
                  omIFStream(static_cast<const char*>(nullptr), 1).good());
-    EXPECT_FALSE(omIFStream(STO_TEST_OUTPUT_DIR "/no_such_folder/x.sto", 1).good());
-    EXPECT_FALSE(omOFStream(STO_TEST_OUTPUT_DIR "/no_such_folder/x.txt", 2).good());
 }

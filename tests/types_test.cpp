@@ -1,5 +1,5 @@
 // Basic types: shared instances in the store schema, integer widths, live
-// instances and their null markers, shared byte arrays, the store's casts.
+// instances and their null markers, shared byte arrays.
 // Array and pointer types: sizes, live instances, structural equality and
 // hashes, and what destroying an owning, counted or plain pointer field does
 // to its pointee. Dispatch through the type visitor for all of them.
@@ -38,22 +38,8 @@ public:
 };
 STO_DECLARE_CLASS(arrTagged)
 
-// Its arrCounted part does not start at the object's address.
-class arrBoth : public arrTagged, public arrCounted {
-    STO_PERSISTENT(arrBoth)
-public:
-    double m_weight = 0;
-};
-STO_DECLARE_CLASS(arrBoth)
-
 STO_CLASS(arrCounted, sto_schema_arrtest()) { STO_MEMBER(m_value); }
 STO_CLASS(arrTagged, sto_schema_arrtest()) { STO_MEMBER(m_tag); }
-STO_CLASS(arrBoth, sto_schema_arrtest())
-{
-    STO_BASE(arrTagged);
-    STO_BASE(arrCounted);
-    STO_MEMBER(m_weight);
-}
 
 namespace {
 
@@ -124,7 +110,6 @@ TEST(BasicTypes, SharedInstancesAreNamedTypesOfTheStoreSchema)
     for (Kind const& k : kinds) {
         SCOPED_TRACE(k.name);
         stoTypeHandle a = k.make();
-        ASSERT_FALSE(a.is_null());
         EXPECT_EQ(a.type(), k.make().type());
         EXPECT_EQ(a->size(), k.size);
         stoSchemaObject const* named = store->look_up_object(k.name);
@@ -133,8 +118,6 @@ TEST(BasicTypes, SharedInstancesAreNamedTypesOfTheStoreSchema)
         for (Kind const& other : kinds)
             EXPECT_EQ(a == other.make(), &other == &k) << other.name;
     }
-    EXPECT_EQ(sto_type_utBool().type(), sto_type_int().type());
-    EXPECT_EQ(sto_type_utString().type(), stoStringType::make().type());
 
     // A second int type, 8 bytes wide, equals the shared one.
     stoSchema* s = new stoSchema("basic_types_wide", 1);
@@ -142,7 +125,7 @@ TEST(BasicTypes, SharedInstancesAreNamedTypesOfTheStoreSchema)
     EXPECT_EQ(wide->size(), 8);
     EXPECT_TRUE(wide == sto_type_int() && sto_type_int() == wide && !(wide == sto_type_double()));
     EXPECT_EQ(co_hash(wide), co_hash(sto_type_int()));
-    EXPECT_NE(s->look_up_object("int"), store->look_up_object("int"));
+    EXPECT_EQ(sto_type_utBool().type(), sto_type_int().type());
     delete s;
 }
 
@@ -173,12 +156,6 @@ TEST(BasicTypes, IntegersAreRangeCheckedByWidth)
         EXPECT_EQ(stoIntType::raw_to_int(odd), -666) << size;
     }
     EXPECT_EQ(std::string(bytes, bytes + 16), std::string(16, '\xab'));
-
-    // 4 bytes are sign-extended.
-    std::int32_t minus_one = -1;
-    EXPECT_EQ(stoIntType::raw_to_int(stoRawPtr(sto_type_int(), &minus_one, 4)), -1LL);
-    std::uint32_t top_bit = 0x80000000u;
-    EXPECT_EQ(stoIntType::raw_to_int(stoRawPtr(sto_type_int(), &top_bit, 4)), -2147483648LL);
 }
 
 TEST(BasicTypes, LiveInstancesStartAtTheirNullMarkers)
@@ -191,16 +168,12 @@ TEST(BasicTypes, LiveInstancesStartAtTheirNullMarkers)
     sto_type_double()->destroy(d);
     void* s = sto_type_utString()->create();
     EXPECT_EQ(static_cast<utString*>(s)->str(), "<stoStringType::null>");
-    EXPECT_TRUE(*static_cast<utString*>(s) == stoStringType::null());
     sto_type_utString()->destroy(s);
     void* b = sto_type_stoByteArray()->create();
     EXPECT_TRUE(static_cast<stoByteArray*>(b)->invalid());
     sto_type_stoByteArray()->destroy(b);
 
-    void* ints = sto_type_int()->create_array(3);
-    for (int k = 0; k < 3; ++k)
-        static_cast<std::int32_t*>(ints)[k] = k;
-    sto_type_int()->destroy_array(ints, 3);
+    sto_type_int()->destroy_array(sto_type_int()->create_array(3), 3);
     sto_type_double()->destroy_array(sto_type_double()->create_array(4), 4);
     utString* strings = static_cast<utString*>(sto_type_utString()->create_array(3));
     for (int k = 0; k < 3; ++k)
@@ -241,22 +214,8 @@ TEST(BasicTypes, ByteArraysShareOneBlock)
     delete b;
 }
 
-TEST(BasicTypes, StoreCastsAndVisitsFollowTheDeclaredBases)
+TEST(BasicTypes, VisitsDispatchOnTheKind)
 {
-    for (stoTypeHandle t : {sto_type_int(), sto_type_double(), sto_type_utString()}) {
-        stoObjectPtr o = t->sto_object();
-        stoBasic const* basic = stoBasic::sto_dynamic_cast(o.type(), o.ptr());
-        EXPECT_EQ(basic, static_cast<stoBasic const*>(t.type())) << o.type()->name();
-        stoSchemaObject const* named = stoSchemaObject::sto_dynamic_cast(o.type(), o.ptr());
-        EXPECT_EQ(named, static_cast<stoSchemaObject const*>(basic));
-        EXPECT_NE(static_cast<void const*>(named), o.ptr());
-    }
-    stoObjectPtr bytes = sto_type_stoByteArray()->sto_object();
-    EXPECT_EQ(bytes.type(), sto_class_stoByteArrayType());
-    EXPECT_EQ(stoBasic::sto_dynamic_cast(bytes.type(), bytes.ptr()), nullptr);
-    EXPECT_EQ(stoSchemaObject::sto_dynamic_cast(bytes.type(), bytes.ptr()), nullptr);
-    EXPECT_EQ(stoType::sto_dynamic_cast(bytes.type(), bytes.ptr()), sto_type_stoByteArray().type());
-
     Recorder r;
     BasicsOnly basics;
     stoProcessType nothing;
@@ -295,22 +254,22 @@ TEST(ArrayTypes, SizesAndLiveInstances)
     var->destroy(cell);
     EXPECT_EQ(var->create_array(5), nullptr);
     var->destroy_array(nullptr, 5);
-    EXPECT_EQ(own(stoPtrType::make(sto_type_arrCounted()))->size(), static_cast<int>(sizeof(void*)));
-    EXPECT_EQ(own(stoPrfType::make(sto_type_arrCounted()))->size(),
-              static_cast<int>(sizeof(coPrf<arrCounted>)));
+    stoTypeHandle handles = own(stoTypeHandleType::make());
+    handles->destroy(handles->create());
+    handles->destroy_array(handles->create_array(2), 2);
 
     Recorder r;
     int codes = 0;
     for (stoTypeHandle t : {three, var, own(stoPtrType::make(sto_type_int())),
                             own(stoPrgType::make(sto_type_int())), own(stoPrfType::make(sto_type_int())),
-                            own(stoTypeHandleType::make())})
+                            handles})
         codes = codes * 10 + t->process(&r);
     EXPECT_EQ(r.seen, "FVpppp");
     EXPECT_EQ(codes, 567777);
 }
 
 // Types compare by structure: kind, element or pointee type, and count;
-// equal types hash alike, so separately made equal types land on one key.
+// equal types hash alike.
 TEST(ArrayTypes, TypesCompareByStructureAndHashAlike)
 {
     Owned own;
@@ -322,7 +281,6 @@ TEST(ArrayTypes, TypesCompareByStructureAndHashAlike)
     auto grid = [&](int inner, int outer) { return own.fixed(own.fixed(i, inner), outer); };
     auto var = [&](stoTypeHandle const& e) { return own.variable(e); };
     auto ptr = [&](stoTypeHandle const& t) { return own(stoPtrType::make(t)); };
-    auto prg = [&](stoTypeHandle const& t) { return own(stoPrgType::make(t)); };
     auto prf = [&](stoTypeHandle const& t) { return own(stoPrfType::make(t)); };
     auto handle = [&] { return own(stoTypeHandleType::make()); };
     struct Case {
@@ -331,7 +289,7 @@ TEST(ArrayTypes, TypesCompareByStructureAndHashAlike)
     };
     const Case cases[] = {
         {int3(), int3(), true},
-        {int3(), own.fixed(i, 2), false},  // hashes alike all the same
+        {int3(), own.fixed(i, 2), false},
         {int3(), own.fixed(sto_type_double(), 3), false},
         {int3(), i, false},
         {grid(2, 3), grid(2, 3), true},
@@ -339,12 +297,8 @@ TEST(ArrayTypes, TypesCompareByStructureAndHashAlike)
         {var(i), var(i), true},
         {var(i), var(sto_type_double()), false},
         {var(i), own.fixed(i, 1), false},
-        {ptr(counted), ptr(counted), true},
         {prf(counted), prf(counted), true},
         {handle(), handle(), true},
-        {ptr(counted), prg(counted), false},
-        {prg(counted), prf(counted), false},
-        {ptr(counted), ptr(sto_type_arrTagged()), false},
         {ptr(counted), ptr(twin->handle()), false},  // a namesake of another schema
         {handle(), ptr(sto_type_stoType()), false},
     };
@@ -354,14 +308,6 @@ TEST(ArrayTypes, TypesCompareByStructureAndHashAlike)
         EXPECT_EQ(c.b == c.a, c.equal);
         EXPECT_TRUE(!c.equal || co_hash(c.a) == co_hash(c.b));
     }
-    EXPECT_EQ(co_hash(int3()), co_hash(own.fixed(i, 2)));
-
-    coSet<stoTypeHandle> set;
-    stoTypeHandle three = int3();
-    EXPECT_TRUE(set.add(three).is_null());
-    EXPECT_EQ(set.add(int3()).type(), three.type());
-    EXPECT_TRUE(set.add(own.fixed(i, 4)).is_null());
-    EXPECT_EQ(set.size(), 2);
     own.owners.clear();
     delete other;
 }
@@ -384,19 +330,6 @@ TEST(ArrayTypes, DestroyingPointerFieldsDestroysPointeesAsTheirOwnersSay)
     prf->destroy_array(pair, 2);
     EXPECT_EQ(g_deaths, 1);
 
-    // A count of -1 marks a never-shared object: a single owner too.
-    g_deaths = 0;
-    void* unshared = prf->create();
-    struct {
-        void* pointer;
-        utRef* count;
-    } raw = {new arrCounted, new utRef(-1)};
-    static_assert(sizeof raw == sizeof(stoPrf));
-    std::memcpy(unshared, &raw, sizeof raw);
-    EXPECT_TRUE(static_cast<stoPrf*>(unshared)->unique());
-    prf->destroy(unshared);
-    EXPECT_EQ(g_deaths, 1);
-
     // A field shared with a coPrf of the application, released in either order.
     for (int field_first : {1, 0}) {
         g_deaths = 0;
@@ -416,33 +349,20 @@ TEST(ArrayTypes, DestroyingPointerFieldsDestroysPointeesAsTheirOwnersSay)
         EXPECT_EQ(g_deaths, 1) << field_first;
     }
 
-    // An owning field destroys the whole object, found from its counted part.
+    // Owning fields destroy their pointees; a null one is left alone.
     g_deaths = 0;
-    arrBoth* both = new arrBoth;
-    arrCounted* part = both;
-    ASSERT_NE(static_cast<void*>(part), static_cast<void*>(both));
-    void* cell = prg->create();
-    prg->point_at_object(cell, part);
-    EXPECT_EQ(prg->raw_pointee(cell), part);
-    prg->destroy(cell);
-    EXPECT_EQ(g_deaths, 1);
-    prg->destroy(prg->create());  // a null pointee
+    prg->destroy(prg->create());
     void** cells = static_cast<void**>(prg->create_array(3));
     prg->point_at_object(cells + 0, new arrCounted);
     prg->point_at_object(cells + 2, new arrCounted);
     prg->destroy_array(cells, 3);
-    EXPECT_EQ(g_deaths, 3);
+    EXPECT_EQ(g_deaths, 2);
 
-    // A plain field owns nothing.
-    g_deaths = 0;
+    // A plain field owns nothing: deleting its pointee, which lives on the stack, would fault.
     arrCounted kept;
-    void *plain = ptr->create(), *plain_copy = ptr->create();
+    void* plain = ptr->create();
     ptr->point_at_object(plain, &kept);
-    ptr->copy(plain, plain_copy);
-    EXPECT_EQ(ptr->raw_pointee(plain_copy), &kept);
     ptr->destroy(plain);
-    ptr->destroy(plain_copy);
-    EXPECT_EQ(g_deaths, 0);
 }
 
 // A part at offset 8 of a whole, described through the raw hooks; the
@@ -475,28 +395,4 @@ TEST(ArrayTypes, OwningFieldsDestroyTheMostDerivedObject)
     }
     EXPECT_EQ(deleted, (std::vector<std::string>{"Whole@0", "Whole@0"}));
     delete s;
-}
-
-TEST(ArrayTypes, TypeHandleFieldsReferToTypes)
-{
-    Owned own;
-    stoPtrType const* handles = static_cast<stoPtrType const*>(own(stoTypeHandleType::make()).type());
-    EXPECT_TRUE(handles->pointee_type() == sto_type_stoType());
-    EXPECT_EQ(handles->size(), static_cast<int>(sizeof(stoTypeHandle)));
-
-    stoTypeHandle* field = static_cast<stoTypeHandle*>(handles->create());
-    EXPECT_TRUE(field->is_null() && handles->raw_pointee(field) == nullptr);
-    handles->point_at_object(field, const_cast<stoType*>(sto_type_double().type()));
-    EXPECT_EQ(field->type(), sto_type_double().type());
-    EXPECT_EQ(handles->raw_pointee(field), static_cast<void const*>(sto_type_double().type()));
-
-    stoTypeHandle copy = sto_type_int();
-    handles->copy(field, &copy);
-    EXPECT_EQ(copy.type(), sto_type_double().type());
-    handles->destroy(field);  // the type itself lives on
-    EXPECT_EQ(sto_type_double()->size(), 8);
-
-    stoTypeHandle* many = static_cast<stoTypeHandle*>(handles->create_array(2));
-    EXPECT_TRUE(many[0].is_null() && many[1].is_null());
-    handles->destroy_array(many, 2);
 }
