@@ -1,6 +1,6 @@
-// String encoders: the decoding of string literals (escapes, chunks, truncated input, which must never be read
-// past its end), the UTF-8 encoder and validity test, the Latin-1 fallback, the three string encoders over the
-// platform's encodings and over fakes that count their calls, and the factory's defaults.
+// String encoders: the decoding of string literals (escapes, chunks, truncated input, which must never be
+// read past its end), the UTF-8 encoder and validity test, the Latin-1 fallback, the three string encoders
+// over the platform's encodings and over fakes that count their calls, and the factory's choices.
 #include "support/encoders.h"
 
 #include <gtest/gtest.h>
@@ -88,12 +88,9 @@ struct CountingEncoding : veIStringEncoding {
 
 // A string encoder that tags what it was asked to do.
 struct TaggingStringEncoder : stoIStringEncoder {
-    mutable int utf8_calls = 0, other_calls = 0;
+    mutable int utf8_calls = 0, others = 0;
     utString utf8_to_local(const utString& s) const override { return ++utf8_calls, utString("utf8:") + s; }
-    utString non_utf8_to_local(const utString& s) const override
-    {
-        return ++other_calls, utString("other:") + s;
-    }
+    utString non_utf8_to_local(const utString& s) const override { return ++others, utString("other:") + s; }
 };
 
 struct AnsiProbe : stoAnsiStringEncoder {
@@ -180,9 +177,7 @@ TEST(EncodersLiteral, WriterEscapedBytesRoundTrip)
     EXPECT_EQ(d.out.length(), 10 + 80 + 40);
 }
 
-// --- stoEncodeEitherToLocal and stoEncodeEitherToANSI ---
-
-TEST(EncodersEither, DefaultsConvertByUtf8Validity)
+TEST(EncodersEither, ConvertByUtf8ValidityWithTheDefaultOrAGivenEncoder)
 {
     stoEncodeEitherToLocal local;
     stoEncodeEitherToANSI ansi(nullptr);
@@ -211,10 +206,8 @@ TEST(EncodersEither, DefaultsConvertByUtf8Validity)
             EXPECT_EQ(hex(d.out), c.hex ? c.hex : "");
         }
     }
-}
 
-TEST(EncodersEither, GivenEncodersAreUsedAndNotOwned)
-{
+    // A given encoder is used, and not owned.
     TaggingStringEncoder tagging;
     {
         stoEncodeEitherToLocal either(&tagging);
@@ -225,15 +218,8 @@ TEST(EncodersEither, GivenEncodersAreUsedAndNotOwned)
         EXPECT_TRUE(decode_with(either, "@").out.is_null());
     }
     EXPECT_EQ(tagging.utf8_calls, 1);
-    EXPECT_EQ(tagging.other_calls, 1);
-
-    CountingEncoding counting;
-    stoEncodeEitherToANSI ansi(&counting);
-    EXPECT_EQ(hex(decode_with(ansi, R"("\xC3\xA9")").out), "E9");
-    EXPECT_EQ(counting.encodes, 1);
+    EXPECT_EQ(tagging.others, 1);
 }
-
-// --- String encoders ---
 
 TEST(EncodersStrings, EachEncoderConvertsOrKeepsTheBytes)
 {
@@ -242,7 +228,7 @@ TEST(EncodersStrings, EachEncoderConvertsOrKeepsTheBytes)
     CountingEncoding counting, failing_ansi, failing_source, failing_ormid_source, failing_local;
     failing_ansi.fail_encode = failing_local.fail_encode = true;
     failing_source.fail_decode = failing_ormid_source.fail_decode = true;
-    stoOrmidStringEncoder ormid(mb), ormid_failing(&failing_ormid_source);
+    stoOrmidStringEncoder ormid_failing(&failing_ormid_source);
     AnsiProbe ansi(&counting), ansi_failing(&failing_ansi);
     stoVeltraStringEncoder to_code_page(mb, mb), to_utf8(ut, mb), veltra(ut, &failing_source),
         keeps(&failing_local, mb);
@@ -251,8 +237,6 @@ TEST(EncodersStrings, EachEncoderConvertsOrKeepsTheBytes)
         bool utf8;
         const char *input, *hex;
     } cases[] = {
-        // Code page text is decoded; bytes the code page leaves undefined are read as Latin-1.
-        {ormid, false, "\xE9t\x80", "C3A974E282AC"}, {ormid, false, "\x81", "C281"},
         {ansi, true, "\xC5\xB8", "9F"}, {ansi_failing, true, "\xC5\xB8", "C5B8"},  // failure: unchanged
         {to_code_page, true, "\xC3\xA9", "E9"}, {to_code_page, true, "\xE4\xB8\xAD", "E4B8AD"},
         {to_code_page, false, "\xE9\x80", "E980"},
@@ -277,8 +261,6 @@ TEST(EncodersStrings, EachEncoderConvertsOrKeepsTheBytes)
          {std::pair<const char*, int>{"", 1}, {nullptr, 1}, {"\x7F", 1}, {"abc\x80", 0}})
         EXPECT_EQ(ansi.is_ascii(text), is_ascii) << (text ? hex(text) : "null");
 }
-
-// --- stoStringEncodingChooser ---
 
 TEST(EncodersChooser, MissingEncodingsAreFilledInAndTheTypeSelectsTheEncoder)
 {
@@ -310,7 +292,7 @@ TEST(EncodersChooser, MissingEncodingsAreFilledInAndTheTypeSelectsTheEncoder)
 
 // --- stoUTF8Helper, stoEncodingConverter, stoForceLatin ---
 
-TEST(EncodersUtf8, EncodeAndScan)
+TEST(EncodersUtf8, EncodeScanAndValidity)
 {
     const std::pair<unsigned, const char*> rows[] = {
         {0x7F, "7F"},         {0x80, "C280"},         {0x7FF, "DFBF"},          {0x800, "E0A080"},
@@ -332,10 +314,8 @@ TEST(EncodersUtf8, EncodeAndScan)
         ASSERT_EQ(back, code);
         ASSERT_EQ(cursor, after);
     }
-}
 
-TEST(EncodersUtf8, ValidUtf8AcceptsWellFormedTextAndSurrogatesOnly)
-{
+    // Valid UTF-8 is well-formed text, surrogates allowed.
     stoEncodingConverter converter;
     for (const char* t : {"", "\xC3\xA9t\xE2\x82\xAC", "\xED\xA0\x80", "\xF4\x8F\xBF\xBF",
                           static_cast<const char*>(nullptr)})
