@@ -1,6 +1,6 @@
 // The reader's character level: cursor, line ends and the exact reports, identifiers and keys, number
-// literals against strtod and %.17g, the power tables of stoReadNumber, strings through an encoder, and Base64
-// against an encoder written here; every text sits in a buffer of its exact size.
+// literals against strtod and %.17g, the power tables of stoReadNumber, strings through an encoder, and
+// Base64 against an encoder written here; every text sits in a buffer of its exact size.
 #include "test_support.h"
 
 #include "io/lexer.h"
@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -64,12 +65,7 @@ private:
     std::unique_ptr<char[]> m_buffer;
 };
 
-std::uint64_t bits_of(double d)
-{
-    std::uint64_t bits;
-    std::memcpy(&bits, &d, sizeof bits);
-    return bits;
-}
+std::uint64_t bits_of(double d) { return std::bit_cast<std::uint64_t>(d); }
 
 // Doubles mapped onto integers in their order, so that neighbours differ by 1.
 std::uint64_t ulp_distance(double a, double b)
@@ -87,16 +83,6 @@ std::string printed(double d)
     char text[64];
     std::snprintf(text, sizeof text, "%.17g", d);
     return text;
-}
-
-double random_finite_double(std::mt19937_64& random)
-{
-    for (double x;;) {
-        std::uint64_t bits = random();
-        std::memcpy(&x, &bits, sizeof x);
-        if (std::isfinite(x))
-            return x;
-    }
 }
 
 // What a number literal reads as: its kind, value, the bytes consumed and the reports.
@@ -121,7 +107,7 @@ std::vector<unsigned char> bytes_of(const stoByteArray& a) { return {a.array(), 
 
 // --- Cursor, line ends and reports ---
 
-TEST(Lexer, PeekAnswersSignedBytesAndMinusOneAtTheEnd)
+TEST(Lexer, CursorPeeksStaysInsideAndSkipsLines)
 {
     TestLexer lexer(std::string("a\x80\xff", 3));
     for (int expected : {int('a'), -128}) {
@@ -142,6 +128,14 @@ TEST(Lexer, PeekAnswersSignedBytesAndMinusOneAtTheEnd)
     EXPECT_EQ(abc.consumed(), 0u);
     abc.set_cursor(abc.buffer() + 2);
     EXPECT_EQ(abc.peekc(), 'c');
+
+    // A skipped line is answered without its line feed.
+    TestLexer lines("STO1\r\nroot=annDocument\nlast");
+    for (const char* line : {"STO1\r", "root=annDocument", "last"})
+        EXPECT_EQ(lines.skip_line(), line);
+    EXPECT_TRUE(lines.at_end());
+    EXPECT_EQ(lines.line_number(), 3);
+    EXPECT_EQ(lines.skip_line().length(), 0);
 }
 
 TEST(Lexer, ExpectedCharactersAndLineEnds)
@@ -201,20 +195,7 @@ TEST(Lexer, ReportsFormatCarryTheLineNumberAndAreCounted)
     EXPECT_EQ(silent.error_count(), 1);  // counted without a stream
 }
 
-// --- Lines, identifiers, keys ---
-
-TEST(Lexer, SkipLineAnswersTheLineWithoutItsLineFeed)
-{
-    TestLexer lexer("STO1\r\nroot=annDocument\nlast");
-    for (const char* line : {"STO1\r", "root=annDocument", "last"})
-        EXPECT_EQ(lexer.skip_line(), line);
-    EXPECT_TRUE(lexer.at_end());
-    EXPECT_EQ(lexer.line_number(), 3);
-    EXPECT_EQ(lexer.skip_line().length(), 0);
-    EXPECT_EQ(lexer.error_count(), 0);
-}
-
-TEST(Lexer, Identifiers)
+TEST(Lexer, IdentifiersAndKeys)
 {
     for (int b = 0; b < 256; ++b)
         EXPECT_EQ(is_idchar(static_cast<char>(b)) != 0, std::isalnum(b) || (b && std::strchr("_#$%", b)))
@@ -234,10 +215,8 @@ TEST(Lexer, Identifiers)
         EXPECT_EQ(key.invalid(), c.run.empty());
         EXPECT_EQ(lexer.peekc(), c.next);
     }
-}
 
-TEST(Lexer, KeysCompareAndHashTheirBytesOnly)
-{
+    // Keys compare and hash their bytes only.
     const char text[] = "store_1 store_1#$37 store_1";
     stoReadKey a(text, 7, 1), longer(text + 8, 11, 2), same(text + 20, 7, 9, (stoValueHandle*)0x10);
     EXPECT_TRUE(a == same);
@@ -259,8 +238,6 @@ TEST(Lexer, KeysCompareAndHashTheirBytesOnly)
     os << stoReadKey("#12=int:42", 3, 5) << '|' << stoReadKey();
     EXPECT_EQ(os.str(), "#12|");
 }
-
-// --- Number literals ---
 
 TEST(LexerNumber, Literals)
 {
@@ -336,8 +313,6 @@ TEST(LexerNumber, Literals)
             EXPECT_LE(NumberRead(std::string_view(text).substr(0, n)).consumed, n);
 }
 
-// --- stoReadNumber ---
-
 TEST(ReadNumber, PowersOfTenAgreeWithStrtodAndScaleBeyondTheTables)
 {
     auto scaled = [](double x, int power) {
@@ -361,8 +336,6 @@ TEST(ReadNumber, PowersOfTenAgreeWithStrtodAndScaleBeyondTheTables)
     EXPECT_EQ(scaled(0.0, std::numeric_limits<int>::max()).value(), 0.0);
 }
 
-// --- Strings ---
-
 TEST(Lexer, StringsGoThroughTheEncoder)
 {
     TestEncoder encoder;
@@ -372,8 +345,7 @@ TEST(Lexer, StringsGoThroughTheEncoder)
     EXPECT_TRUE(lexer.read_string().is_null());
     lexer.absorb(',');
     utString empty = lexer.read_string();
-    EXPECT_FALSE(empty.is_null());
-    EXPECT_EQ(empty.length(), 0);
+    EXPECT_TRUE(!empty.is_null() && empty.length() == 0);
     EXPECT_EQ(encoder.calls, 3);
     EXPECT_EQ(lexer.error_count(), 0);
 
@@ -398,27 +370,21 @@ TEST(Lexer, StringsGoThroughTheEncoder)
     }
 }
 
-// --- Byte arrays ---
-
-TEST(LexerByteArray, Decoding)
+TEST(LexerByteArray, DecodingAndRoundTrips)
 {
-    constexpr std::size_t kAny = std::string::npos;
+    // Each is read to its end, through the empty line that ends the data.
     struct Case {
         std::string_view text;
         int size;
         std::string_view bytes;  // null: not checked
-        std::size_t consumed;    // kAny: not checked
     } cases[] = {
-        {"", 0, "", 0},
-        // Bytes outside the alphabet count as "A".
-        {"****\n\n", 3, std::string_view("\0\0\0", 3), kAny},
-        {"\xff\x80YQ\n\n", 3, std::string_view("\0\x06\x10", 3), kAny},
+        {"", 0, ""},
+        {"****\n\n", 3, std::string_view("\0\0\0", 3)},  // bytes outside the alphabet count as "A"
+        {"\xff\x80YQ\n\n", 3, std::string_view("\0\x06\x10", 3)},
         // Sizes follow the measure (characters and pads), never the groups.
-        {"========\n\n", 0, "", kAny}, {"Y=QQ\n\n", 2, {}, kAny},
-        {"YQ=A\n\n", 2, std::string_view("a\0", 2), kAny}, {"YWJjZ\n\n", 6, {}, kAny},
-        {"YW\nJj\n\n", 3, "abc", kAny},
-        // No empty line: the data runs to the end of the input.
-        {"YWJj\nYQ==", 4, "abca", 9},
+        {"========\n\n", 0, ""}, {"Y=QQ\n\n", 2, {}}, {"YQ=A\n\n", 2, std::string_view("a\0", 2)},
+        {"YWJjZ\n\n", 6, {}}, {"YW\nJj\n\n", 3, "abc"},
+        {"YWJj\nYQ==", 4, "abca"},  // no empty line: the data runs to the end of the input
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
@@ -430,14 +396,10 @@ TEST(LexerByteArray, Decoding)
         if (c.bytes.data()) {
             EXPECT_EQ(bytes_of(a), std::vector<unsigned char>(c.bytes.begin(), c.bytes.end()));
         }
-        if (c.consumed != kAny) {
-            EXPECT_EQ(lexer.consumed(), c.consumed);
-        }
+        EXPECT_EQ(lexer.consumed(), c.text.size());
     }
-}
 
-TEST(LexerByteArray, RoundTripsOfManyLengthsAndBothLineEndsCountingTheLines)
-{
+    // Round trips of many lengths and both line ends, counting the lines.
     std::mt19937 random(20240601);
     for (int n = 0; n <= 400; ++n) {
         std::vector<unsigned char> bytes(static_cast<std::size_t>(n));
@@ -474,7 +436,8 @@ TEST(LexerAccuracy, PrintedDoublesReadBackToTheSameBits)
                                    std::numeric_limits<double>::min() * 1e16, 5e-324 * 1e20};
     std::mt19937_64 random(0x5EED5EEDu);
     while (samples.size() < 200000)
-        samples.push_back(random_finite_double(random));
+        if (double x = std::bit_cast<double>(random()); std::isfinite(x))
+            samples.push_back(x);
     int within = 0, mismatches = 0, below_not_zero = 0;
     for (double x : samples) {
         std::string text = printed(x);
@@ -520,14 +483,12 @@ TEST(LexerAccuracy, RandomLiteralsAgreeWithStrtod)
         if (exponent != 0 || literal.find('.') == std::string::npos || random() % 2)
             literal += std::string(random() % 2 ? "e" : "E") + (exponent >= 0 && random() % 2 ? "+" : "") +
                        std::to_string(exponent);
-        ASSERT_EQ(scale_of(literal), scale) << literal;
 
         NumberRead r(literal);
         ASSERT_EQ(r.errors, 0) << literal << ": " << r.lexer.reports();
         ASSERT_EQ(r.consumed, literal.size()) << literal;
         ASSERT_EQ(r.is_integer, 0) << literal;
         double expected = std::strtod(literal.c_str(), nullptr);
-        ASSERT_TRUE(std::isfinite(expected)) << literal;
         std::uint64_t ulps = ulp_distance(r.real, expected);
         disagreements += ulps != 0;
         EXPECT_LE(ulps, 1u) << literal << ": read " << printed(r.real) << ", strtod " << printed(expected);
