@@ -239,7 +239,7 @@ TEST(EncodersStrings, EachEncoderConvertsOrKeepsTheBytes)
     } cases[] = {
         {ansi, true, "\xC5\xB8", "9F"}, {ansi_failing, true, "\xC5\xB8", "C5B8"},  // failure: unchanged
         {to_code_page, true, "\xC3\xA9", "E9"}, {to_code_page, true, "\xE4\xB8\xAD", "E4B8AD"},
-        {to_code_page, false, "\xE9\x80", "E980"},
+        {to_code_page, false, "\xE9\x80", "E980"}, {ansi, true, "a~", "617E"},  // ASCII: no platform call
         // 0x81 reads as U+0081 in Latin-1, which the code page cannot encode.
         {to_code_page, false, "\x81", "81"},
         {to_utf8, false, "\xE9\x80", "C3A9E282AC"}, {to_utf8, true, "\xE2\x82\xAC", "E282AC"},
