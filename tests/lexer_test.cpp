@@ -1,6 +1,6 @@
 // The reader's character level: cursor, line ends and the exact reports, identifiers and keys, number
-// literals against strtod and %.17g, the split and power tables of stoReadNumber, strings through an
-// encoder, Base64 against an encoder written here, and hostile input that must never be read past its end.
+// literals against strtod and %.17g, the power tables of stoReadNumber, strings through an encoder, and
+// Base64 against an encoder written here; every text sits in a buffer of its exact size.
 #include "test_support.h"
 
 #include "io/lexer.h"
@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -52,9 +53,8 @@ public:
     }
     using stoReadLexer::absorb, stoReadLexer::absorb_new_line, stoReadLexer::at_end, stoReadLexer::e,
         stoReadLexer::error, stoReadLexer::line_number, stoReadLexer::peekc, stoReadLexer::read_byte_array,
-        stoReadLexer::read_double, stoReadLexer::read_identifier, stoReadLexer::read_integer,
-        stoReadLexer::read_number, stoReadLexer::read_string, stoReadLexer::set_cursor,
-        stoReadLexer::set_encoder, stoReadLexer::skip_line;
+        stoReadLexer::read_identifier, stoReadLexer::read_number, stoReadLexer::read_string,
+        stoReadLexer::set_cursor, stoReadLexer::skip_line;
 
     std::size_t consumed() const { return static_cast<std::size_t>(cursor() - m_buffer.get()); }
     const char* buffer() const { return m_buffer.get(); }
@@ -65,12 +65,7 @@ private:
     std::unique_ptr<char[]> m_buffer;
 };
 
-std::uint64_t bits_of(double d)
-{
-    std::uint64_t bits;
-    std::memcpy(&bits, &d, sizeof bits);
-    return bits;
-}
+std::uint64_t bits_of(double d) { return std::bit_cast<std::uint64_t>(d); }
 
 // Doubles mapped onto integers in their order, so that neighbours differ by 1.
 std::uint64_t ulp_distance(double a, double b)
@@ -88,16 +83,6 @@ std::string printed(double d)
     char text[64];
     std::snprintf(text, sizeof text, "%.17g", d);
     return text;
-}
-
-double random_finite_double(std::mt19937_64& random)
-{
-    for (double x;;) {
-        std::uint64_t bits = random();
-        std::memcpy(&x, &bits, sizeof x);
-        if (std::isfinite(x))
-            return x;
-    }
 }
 
 // What a number literal reads as: its kind, value, the bytes consumed and the reports.
@@ -122,7 +107,7 @@ std::vector<unsigned char> bytes_of(const stoByteArray& a) { return {a.array(), 
 
 // --- Cursor, line ends and reports ---
 
-TEST(Lexer, PeekAnswersSignedBytesAndMinusOneAtTheEnd)
+TEST(Lexer, CursorPeeksStaysInsideAndSkipsLines)
 {
     TestLexer lexer(std::string("a\x80\xff", 3));
     for (int expected : {int('a'), -128}) {
@@ -132,9 +117,6 @@ TEST(Lexer, PeekAnswersSignedBytesAndMinusOneAtTheEnd)
     EXPECT_EQ(lexer.peekc(), -1);  // 0xFF looks like the end
     EXPECT_FALSE(lexer.at_end());
     lexer.absorb();
-    EXPECT_TRUE(lexer.at_end());
-    EXPECT_EQ(lexer.peekc(), -1);
-    EXPECT_EQ(lexer.error_count(), 0);
     EXPECT_EQ(lexer.absorb(), -1);
     EXPECT_EQ(lexer.consumed(), 3u);
 
@@ -146,6 +128,14 @@ TEST(Lexer, PeekAnswersSignedBytesAndMinusOneAtTheEnd)
     EXPECT_EQ(abc.consumed(), 0u);
     abc.set_cursor(abc.buffer() + 2);
     EXPECT_EQ(abc.peekc(), 'c');
+
+    // A skipped line is answered without its line feed.
+    TestLexer lines("STO1\r\nroot=annDocument\nlast");
+    for (const char* line : {"STO1\r", "root=annDocument", "last"})
+        EXPECT_EQ(lines.skip_line(), line);
+    EXPECT_TRUE(lines.at_end());
+    EXPECT_EQ(lines.line_number(), 3);
+    EXPECT_EQ(lines.skip_line().length(), 0);
 }
 
 TEST(Lexer, ExpectedCharactersAndLineEnds)
@@ -165,7 +155,6 @@ TEST(Lexer, ExpectedCharactersAndLineEnds)
         {"\n\r\nx", "NN", "", 3, 3},
         {"\rx", "N", "Error on line 1: Expected a '\n' but got a 'x' 0x78\n", 1, 1},
         {"\r", "N", "Error on line 1: Expected a '\n' but got a '\xff' 0xffffffff\n", 1, 1},
-        {"x", "N", "Error on line 1: Expected a new line, but got a 'x' 0x78\n", 0, 1},
         {"\x90", "N", "Error on line 1: Expected a new line, but got a '\x90' 0xffffff90\n", 0, 1},
     };
     for (const Case& c : cases) {
@@ -206,26 +195,7 @@ TEST(Lexer, ReportsFormatCarryTheLineNumberAndAreCounted)
     EXPECT_EQ(silent.error_count(), 1);  // counted without a stream
 }
 
-// --- Lines, identifiers, keys ---
-
-TEST(Lexer, SkipLineAnswersTheLineWithoutItsLineFeed)
-{
-    TestLexer lexer("STO1\r\nroot=annDocument\nlast");
-    for (const char* line : {"STO1\r", "root=annDocument", "last"})
-        EXPECT_EQ(lexer.skip_line(), line);
-    EXPECT_TRUE(lexer.at_end());
-    EXPECT_EQ(lexer.line_number(), 3);
-    EXPECT_EQ(lexer.skip_line().length(), 0);
-    EXPECT_EQ(lexer.error_count(), 0);
-
-    std::string long_line(3 * 1024 * 1024, 'q');
-    TestLexer long_lexer(long_line + "\n-TYPES\n");
-    EXPECT_EQ(long_lexer.skip_line().length(), static_cast<int>(long_line.size()));
-    EXPECT_EQ(long_lexer.peekc(), '-');
-    EXPECT_EQ(long_lexer.line_number(), 2);
-}
-
-TEST(Lexer, Identifiers)
+TEST(Lexer, IdentifiersAndKeys)
 {
     for (int b = 0; b < 256; ++b)
         EXPECT_EQ(is_idchar(static_cast<char>(b)) != 0, std::isalnum(b) || (b && std::strchr("_#$%", b)))
@@ -243,51 +213,31 @@ TEST(Lexer, Identifiers)
         EXPECT_EQ(std::string_view(key.text(), static_cast<std::size_t>(key.length())), c.run);
         EXPECT_EQ(key.text(), lexer.buffer());
         EXPECT_EQ(key.invalid(), c.run.empty());
-        EXPECT_EQ(key.line_number(), 1);
-        EXPECT_EQ(key.slot(), nullptr);
         EXPECT_EQ(lexer.peekc(), c.next);
     }
 
-    TestLexer lines("a\nb\n\nc");
-    for (int i = 0; i < 3; ++i) {
-        lines.read_identifier();
-        lines.absorb_new_line();
-    }
-    stoReadKey c = lines.read_identifier();
-    EXPECT_EQ(c.string(), "c");
-    EXPECT_EQ(c.line_number(), 4);
-}
-
-TEST(Lexer, KeysCompareAndHashTheirBytesOnly)
-{
+    // Keys compare and hash their bytes only.
     const char text[] = "store_1 store_1#$37 store_1";
     stoReadKey a(text, 7, 1), longer(text + 8, 11, 2), same(text + 20, 7, 9, (stoValueHandle*)0x10);
     EXPECT_TRUE(a == same);
-    EXPECT_FALSE(a != same);
     EXPECT_EQ(co_hash(a), co_hash(same));
     EXPECT_EQ(co_hash(a), co_hash(text, 7));
-    EXPECT_FALSE(a == longer);
-    EXPECT_FALSE(longer == a);
-    EXPECT_FALSE(a == stoReadKey("store_2", 7, 1));
+    EXPECT_FALSE(a == longer || longer == a || a == stoReadKey("store_2", 7, 1));
 
     // Invalid keys: no text, no bytes or a negative length; all equal.
     stoReadKey none, empty(text, 0, 3), null_text(nullptr, 4, 3), negative(text, -2, 1);
     for (const stoReadKey* k : {&none, &empty, &null_text, &negative}) {
         EXPECT_TRUE(k->invalid());
         EXPECT_TRUE(*k == none);
-        EXPECT_FALSE(*k == a);
-        EXPECT_FALSE(a == *k);
+        EXPECT_FALSE(*k == a || a == *k);
     }
     EXPECT_EQ(co_hash(none), co_hash(null_text));
-    EXPECT_EQ(none.string().length(), 0);
-    EXPECT_FALSE(none.string().is_null());
+    EXPECT_TRUE(none.string().length() == 0 && !none.string().is_null());
 
     std::ostringstream os;
     os << stoReadKey("#12=int:42", 3, 5) << '|' << stoReadKey();
     EXPECT_EQ(os.str(), "#12|");
 }
-
-// --- Number literals ---
 
 TEST(LexerNumber, Literals)
 {
@@ -308,35 +258,29 @@ TEST(LexerNumber, Literals)
         std::size_t consumed = std::string::npos;  // npos: the whole literal
     };
     const Case cases[] = {
-        {"42", 1, 42, 0.0}, {"-17,", 1, -17, 0.0, "", 3}, {"+0)", 1, 0, 0.0, "", 2}, {"007", 1, 7, 0.0},
+        {"-17,", 1, -17, 0.0, "", 3}, {"+0)", 1, 0, 0.0, "", 2},
         {"9223372036854775807", 1, kMax, 0.0}, {"-9223372036854775808", 1, kMin, 0.0},
         // Equal to the limit in doubles: an integer, wrapped.
         {"9223372036854775809", 1, kMin + 1, 0.0}, {"-9223372036854775809", 1, kMax, 0.0},
         {"18446744073709551616", 0, 0, 1.8446744073709552e19},
-        {"-18446744073709551616", 0, 0, -1.8446744073709552e19},
         {"123456789012345678901234567890", 0, 0, 123456789012345678901234567890.0},
-        {"42.", 0, 0, 42.0}, {"42.0", 0, 0, 42.0}, {"4.2e1", 0, 0, 42.0}, {"42e0", 0, 0, 42.0},
-        {".5", 0, 0, 0.5}, {"-0.0", 0, 0, -0.0}, {"0.10000000000000001", 0, 0, 0.1},
+        {"42.", 0, 0, 42.0}, {"4.2e1", 0, 0, 42.0}, {".5", 0, 0, 0.5}, {"-0.0", 0, 0, -0.0},
         {"1e308", 0, 0, 1e308},  // the top of the power table, whose split needs care
         {"1.7976931348623157e308", 0, 0, kLargest}, {"-1.7976931348623157e308", 0, 0, -kLargest},
         // Below the threshold of overflow, which is half an ulp above the largest.
         {"1.7976931348623158e308", 0, 0, kLargest},
-        {"1e-307", 0, 0, 1e-307}, {"1e-308", 0, 0, 1e-308},
         {"2.2250738585072014e-292", 0, 0, 2.2250738585072014e-292},
         // The scale is what counts, not the exponent: the fraction's digits continue the digit string.
-        {"0.001e309", 0, 0, 1e306}, {"1000e305", 0, 0, 1e308},
-        {"0." + std::string(400, '0') + "1e401", 0, 0, 1.0},
+        {"0.001e309", 0, 0, 1e306}, {"0." + std::string(400, '0') + "1e401", 0, 0, 1.0},
         // Scales below the table give zero, keeping the sign.
-        {"22250738585072014e-324", 0, 0, 0.0}, {"1e-400", 0, 0, 0.0}, {"-1e-400", 0, 0, -0.0},
-        {"123e-310", 0, 0, 0.0}, {"0.0000001e-305", 0, 0, 0.0}, {"1e-2147483648", 0, 0, 0.0},
+        {"22250738585072014e-324", 0, 0, 0.0}, {"-1e-400", 0, 0, -0.0}, {"0.0000001e-305", 0, 0, 0.0},
+        {"1e-2147483648", 0, 0, 0.0},
         // A hundred thousand digits overflow the pair; the scale brings them back.
         {hundred_thousand + "e-100000", 0, 0, 0.0},
         // Out of range: reported, zero, consumed whole.
         {"1e309", 0, 0, 0.0, range}, {"1.7976931348623159e308", 0, 0, 0.0, range},
-        {"9e308", 0, 0, 0.0, range}, {"-1e400", 0, 0, 0.0, range}, {"0e309", 0, 0, 0.0, range},
-        {"1e2147483647", 0, 0, 0.0, range}, {huge_integer, 0, 0, 0.0, range},
-        {huge_integer + ".5", 0, 0, 0.0, range}, {"-" + huge_integer, 0, 0, 0.0, range},
-        {"0." + hundred_thousand + "e100001", 0, 0, 0.0, range},
+        {"-1e400", 0, 0, 0.0, range}, {"0e309", 0, 0, 0.0, range}, {"1e2147483647", 0, 0, 0.0, range},
+        {huge_integer, 0, 0, 0.0, range}, {"0." + hundred_thousand + "e100001", 0, 0, 0.0, range},
         // Exponents beyond 32 bits are truncated to them: 3000000000 to -1294967296 (below the table),
         // 4294967297 to 1, 5000000000 to 705032704 and -2147483649 to 2147483647 (beyond it).
         {"1e3000000000", 0, 0, 0.0, exponent}, {"2e4294967297", 0, 0, 20.0, exponent},
@@ -369,31 +313,6 @@ TEST(LexerNumber, Literals)
             EXPECT_LE(NumberRead(std::string_view(text).substr(0, n)).consumed, n);
 }
 
-// --- stoReadNumber ---
-
-TEST(ReadNumber, SplitCoversTheWholeRange)
-{
-    struct Split : stoReadNumber {
-        using stoReadNumber::split;
-    };
-    std::mt19937_64 random(1234);
-    std::vector<double> samples = {1.0, 0.1, 1e308, -1e308, 1.7e308, 1e-300, 3e-320, std::ldexp(1.0, 997),
-                                   std::ldexp(1.0, 996), std::nextafter(std::ldexp(1.0, 996), 0.0)};
-    while (samples.size() < 10000)
-        if (double x = random_finite_double(random); std::fabs(x) < 1.79769e308)
-            samples.push_back(x);
-    for (double x : samples) {
-        volatile double hi = 0, lo = 0;
-        Split::split(x, hi, lo);
-        double h = hi, l = lo;
-        ASSERT_TRUE(std::isfinite(h)) << x;
-        EXPECT_EQ(h + l, x) << x;
-        int e = 0;  // the high half has at most 26 significant bits
-        double scaled = std::ldexp(std::frexp(h, &e), 26);
-        EXPECT_EQ(scaled, std::trunc(scaled)) << x;
-    }
-}
-
 TEST(ReadNumber, PowersOfTenAgreeWithStrtodAndScaleBeyondTheTables)
 {
     auto scaled = [](double x, int power) {
@@ -401,28 +320,21 @@ TEST(ReadNumber, PowersOfTenAgreeWithStrtodAndScaleBeyondTheTables)
         s.multiply_by_ten_to_the(power);
         return s;
     };
-    for (int power = 0; power <= stoReadNumber::kMaxPower; ++power) {
-        std::string up = "1e" + std::to_string(power), down = "1e-" + std::to_string(power);
-        EXPECT_EQ(scaled(1.0, power).value(), std::strtod(up.c_str(), nullptr)) << up;
-        double expected = std::strtod(down.c_str(), nullptr);
-        // The last entries lose precision in the subnormal range: 10^-307 is an ulp off. The lexer goes
-        // around them.
-        EXPECT_LE(ulp_distance(scaled(1.0, -power).value(), expected), power < 307 ? 0u : 1u) << down;
-        EXPECT_EQ(NumberRead(down).real, expected) << down;
+    // The table's last entries lose precision in the subnormal range (10^-307 is an ulp off); the lexer
+    // goes around them.
+    for (int power = -stoReadNumber::kMaxPower; power <= stoReadNumber::kMaxPower; ++power) {
+        std::string text = "1e" + std::to_string(power);
+        EXPECT_EQ(NumberRead(text).real, std::strtod(text.c_str(), nullptr)) << text;
     }
 
     // Outside the tables: below gives zero, above is scaled in steps the table holds.
-    EXPECT_EQ(scaled(5.0, -309).hi(), 0.0);
-    EXPECT_EQ(scaled(5.0, -309).lo(), 0.0);
+    EXPECT_TRUE(scaled(5.0, -309).hi() == 0.0 && scaled(5.0, -309).lo() == 0.0);
     EXPECT_EQ(scaled(5.0, std::numeric_limits<int>::min()).value(), 0.0);
-    EXPECT_EQ(scaled(5.0, 0).value(), 5.0);
     EXPECT_NEAR(scaled(1e-200, 400).value(), 1e200, 1e186);
     EXPECT_EQ(scaled(1.0, std::numeric_limits<int>::max()).value(), std::numeric_limits<double>::infinity());
     EXPECT_EQ(scaled(-2.0, 1000).value(), -std::numeric_limits<double>::infinity());
     EXPECT_EQ(scaled(0.0, std::numeric_limits<int>::max()).value(), 0.0);
 }
-
-// --- Strings ---
 
 TEST(Lexer, StringsGoThroughTheEncoder)
 {
@@ -433,19 +345,13 @@ TEST(Lexer, StringsGoThroughTheEncoder)
     EXPECT_TRUE(lexer.read_string().is_null());
     lexer.absorb(',');
     utString empty = lexer.read_string();
-    EXPECT_FALSE(empty.is_null());
-    EXPECT_EQ(empty.length(), 0);
+    EXPECT_TRUE(!empty.is_null() && empty.length() == 0);
     EXPECT_EQ(encoder.calls, 3);
     EXPECT_EQ(lexer.error_count(), 0);
 
-    // Without an encoder the bytes are taken as they are; one can be set later.
+    // Without an encoder the bytes are taken as they are.
     TestLexer raw("\"x\\x41\"", nullptr);
     EXPECT_EQ(raw.read_string(), "xA");
-    TestEncoder later;
-    TestLexer again("\"y\"", nullptr);
-    again.set_encoder(&later);
-    EXPECT_EQ(again.read_string(), "y");
-    EXPECT_EQ(later.calls, 1);
 
     // Line feeds inside strings are not counted; the one after it is.
     TestLexer lines("\"a\nb\"\nx");
@@ -464,29 +370,21 @@ TEST(Lexer, StringsGoThroughTheEncoder)
     }
 }
 
-// --- Byte arrays ---
-
-TEST(LexerByteArray, Decoding)
+TEST(LexerByteArray, DecodingAndRoundTrips)
 {
-    constexpr std::size_t kAny = std::string::npos;
+    // Each is read to its end, through the empty line that ends the data.
     struct Case {
         std::string_view text;
         int size;
         std::string_view bytes;  // null: not checked
-        std::size_t consumed;    // kAny: not checked
     } cases[] = {
-        {"YQ==\n\n}!", 1, "a", 6},  // after the empty line
-        {"YWI=\n\n", 2, "ab", kAny}, {"YWJj\n\n", 3, "abc", kAny},
-        {"\n}!", 0, "", 1}, {"\r\n}!", 0, "", 2}, {"", 0, "", 0},
-        // Bytes outside the alphabet count as "A".
-        {"****\n\n", 3, std::string_view("\0\0\0", 3), kAny},
-        {"\xff\x80YQ\n\n", 3, std::string_view("\0\x06\x10", 3), kAny},
+        {"", 0, ""},
+        {"****\n\n", 3, std::string_view("\0\0\0", 3)},  // bytes outside the alphabet count as "A"
+        {"\xff\x80YQ\n\n", 3, std::string_view("\0\x06\x10", 3)},
         // Sizes follow the measure (characters and pads), never the groups.
-        {"========\n\n", 0, "", kAny}, {"Y=QQ\n\n", 2, {}, kAny},
-        {"YQ=A\n\n", 2, std::string_view("a\0", 2), kAny}, {"YWJjZ\n\n", 6, {}, kAny},
-        {"YW\nJj\n\n", 3, "abc", kAny},
-        // No empty line: the data runs to the end of the input.
-        {"YWJj\nYQ==", 4, "abca", 9},
+        {"========\n\n", 0, ""}, {"Y=QQ\n\n", 2, {}}, {"YQ=A\n\n", 2, std::string_view("a\0", 2)},
+        {"YWJjZ\n\n", 6, {}}, {"YW\nJj\n\n", 3, "abc"},
+        {"YWJj\nYQ==", 4, "abca"},  // no empty line: the data runs to the end of the input
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
@@ -498,14 +396,10 @@ TEST(LexerByteArray, Decoding)
         if (c.bytes.data()) {
             EXPECT_EQ(bytes_of(a), std::vector<unsigned char>(c.bytes.begin(), c.bytes.end()));
         }
-        if (c.consumed != kAny) {
-            EXPECT_EQ(lexer.consumed(), c.consumed);
-        }
+        EXPECT_EQ(lexer.consumed(), c.text.size());
     }
-}
 
-TEST(LexerByteArray, RoundTripsOfManyLengthsAndBothLineEndsCountingTheLines)
-{
+    // Round trips of many lengths and both line ends, counting the lines.
     std::mt19937 random(20240601);
     for (int n = 0; n <= 400; ++n) {
         std::vector<unsigned char> bytes(static_cast<std::size_t>(n));
@@ -519,42 +413,6 @@ TEST(LexerByteArray, RoundTripsOfManyLengthsAndBothLineEndsCountingTheLines)
             EXPECT_EQ(lexer.line_number(), 1 + std::count(block.begin(), block.end(), '\n')) << n;
             EXPECT_EQ(lexer.error_count(), 0);
         }
-    }
-}
-
-// --- Hostile input ---
-
-TEST(Lexer, RandomInputNeverRunsAway)
-{
-    std::mt19937 random(77);
-    const std::string alphabet = "0123456789+-.eE\"\\x@!{}=\n\r#%$_aZ \x80\xff";
-    for (int round = 0; round < 3000; ++round) {
-        std::string text(static_cast<std::size_t>(random() % 48), ' ');
-        for (char& c : text)
-            c = (random() % 4 == 0) ? static_cast<char>(random()) : alphabet[random() % alphabet.size()];
-        TestLexer lexer(text);
-        long long i = 0;
-        double d = 0;
-        stoReadNumber n;
-        for (int steps = 0; !lexer.at_end() && steps < 1000; ++steps) {
-            std::size_t before = lexer.consumed();
-            switch (random() % 9) {
-            case 0: lexer.read_number(i, d); break;
-            case 1: lexer.read_string(); break;
-            case 2: lexer.read_byte_array(); break;
-            case 3: lexer.read_identifier(); break;
-            case 4: lexer.absorb_new_line(); break;
-            case 5: lexer.skip_line(); break;
-            case 6: lexer.read_integer(n); break;
-            case 7: lexer.read_double(-1, stoReadNumber()); break;
-            default: lexer.absorb(); break;
-            }
-            ASSERT_LE(lexer.consumed(), text.size());
-            ASSERT_GE(lexer.consumed(), before);
-            if (lexer.consumed() == before)
-                lexer.absorb();
-        }
-        EXPECT_TRUE(lexer.at_end());
     }
 }
 
@@ -572,16 +430,14 @@ TEST(LexerAccuracy, PrintedDoublesReadBackToTheSameBits)
 {
     // Every finite double, printed with 17 significant digits, reads back exactly when the literal's scale
     // is within the power tables; below them (values under about 1e-292) the literal reads as zero. First
-    // the special values and the ends of the range; minus zero prints as "-0", an integer literal, which is
-    // the integer 0.
+    // the special values and the ends of the range.
     constexpr double kLargest = std::numeric_limits<double>::max();
-    std::vector<double> samples = {0.0,   1.0,    0.1,      1.0 / 3.0, 2.5,
-                                   -2.5,  1e300,  1e-292,   kLargest,  -kLargest,
-                                   std::numeric_limits<double>::min() * 1e16,   9007199254740993.0,
-                                   123456789012345678.0,                        5e-324 * 1e20};
+    std::vector<double> samples = {0.0, 0.1, 1.0 / 3.0, -2.5, 1e-292, kLargest, -kLargest, 9007199254740993.0,
+                                   std::numeric_limits<double>::min() * 1e16, 5e-324 * 1e20};
     std::mt19937_64 random(0x5EED5EEDu);
     while (samples.size() < 200000)
-        samples.push_back(random_finite_double(random));
+        if (double x = std::bit_cast<double>(random()); std::isfinite(x))
+            samples.push_back(x);
     int within = 0, mismatches = 0, below_not_zero = 0;
     for (double x : samples) {
         std::string text = printed(x);
@@ -596,8 +452,6 @@ TEST(LexerAccuracy, PrintedDoublesReadBackToTheSameBits)
     EXPECT_EQ(mismatches, 0);
     EXPECT_EQ(below_not_zero, 0);
     EXPECT_GT(within, 180000);
-    EXPECT_EQ(printed(-0.0), "-0");
-    EXPECT_EQ(bits_of(NumberRead("-0").value()), bits_of(0.0));
 }
 
 TEST(LexerAccuracy, RandomLiteralsAgreeWithStrtod)
@@ -629,19 +483,16 @@ TEST(LexerAccuracy, RandomLiteralsAgreeWithStrtod)
         if (exponent != 0 || literal.find('.') == std::string::npos || random() % 2)
             literal += std::string(random() % 2 ? "e" : "E") + (exponent >= 0 && random() % 2 ? "+" : "") +
                        std::to_string(exponent);
-        ASSERT_EQ(scale_of(literal), scale) << literal;
 
         NumberRead r(literal);
         ASSERT_EQ(r.errors, 0) << literal << ": " << r.lexer.reports();
         ASSERT_EQ(r.consumed, literal.size()) << literal;
         ASSERT_EQ(r.is_integer, 0) << literal;
         double expected = std::strtod(literal.c_str(), nullptr);
-        ASSERT_TRUE(std::isfinite(expected)) << literal;
         std::uint64_t ulps = ulp_distance(r.real, expected);
         disagreements += ulps != 0;
         EXPECT_LE(ulps, 1u) << literal << ": read " << printed(r.real) << ", strtod " << printed(expected);
     }
-    std::printf("[   INFO   ] random literals: %d of %d an ulp from strtod\n", disagreements, samples);
     EXPECT_LE(disagreements, samples / 10000);
 }
 

@@ -53,8 +53,6 @@ TEST(ReaderErrors, EachMessageNamesTheLineOfItsRecord)
         {kHeader + "root=stoSchemaID{\"a\",\"b\"}\n",
          "Error on line 9: Basic type mismatch\nLooking for a stoIntType, I found a stoStringType\n"},
         {kHeader + "root=stoSchemaID{\"a\",1\n", "Error on line 9: unterminated paren list\n"},
-        {kHeader + "root=stoSchemaID{\"a\",1}x\n",
-         "Error on line 9: Expected a new line, but got a 'x' 0x78\n"},
         {kHeader + "root=stoSchemaID{\"a\",1}\r\r\n",
          "Error on line 9: Expected a '\n' but got a '\r' 0x0d\n"},
         {kHeader + "root=stoSchemaID{\"a\",^}\n", "Error on line 9: unexpected character '^' 0x5e\n"},

@@ -121,7 +121,6 @@ TEST(Writer, RecordsAreNumberedBreadthFirstAndPlainPointersReferToThemEitherWay)
         << text;
     // A class with a base writes a stub for the base too.
     EXPECT_NE(text.find("\nwrtBase=stoClass(\"wrtBase\",&writer_test_3)\n"), std::string::npos);
-    EXPECT_NE(text.find("\nwriter_test_3=stoSchema("), std::string::npos);
 }
 
 TEST(Writer, StringLiteralsAndTheNullDoubleAreExact)
@@ -173,7 +172,6 @@ TEST(Writer, DoublesTakeTheStreamsFormatAtPrecisionSeventeen)
 TEST(Writer, ByteArraysAreBase64InLinesOfSixty)
 {
     wrtLeaf leaf;
-    EXPECT_NE(sto_test::written(&leaf, sto_type_wrtLeaf()).find("!{\n\n}!"), std::string::npos);  // invalid
     std::vector<unsigned char> bytes;
     for (int n : {0, 1, 2, 3, 44, 45, 46, 90, 200}) {
         bytes.resize(static_cast<std::size_t>(n));
@@ -183,9 +181,6 @@ TEST(Writer, ByteArraysAreBase64InLinesOfSixty)
         std::string expected = "!{\n" + sto_test::base64_block(bytes) + "}!";
         EXPECT_NE(sto_test::written(&leaf, sto_type_wrtLeaf()).find(expected), std::string::npos) << n;
     }
-    bytes[0] = 0;
-    leaf.m_bytes = stoByteArray(bytes.data(), 1);
-    EXPECT_NE(sto_test::written(&leaf, sto_type_wrtLeaf()).find("!{\nAA==\n\n}!"), std::string::npos);
 }
 
 TEST(Writer, StubsAreNamedAndCollisionsGetTheirFileId)

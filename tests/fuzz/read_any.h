@@ -1,8 +1,7 @@
-// The whole read path for arbitrary bytes, shared by the reader fuzz target and by the test that replays the
-// inputs that once broke it: read the bytes as a store file, and when they read cleanly and the root is a
-// document or a schema, synthesise it into a live object, analyse that back into values and destroy both. Anything other than a clean
-// return (a crash, a hang, a leak, a sanitizer report, an exception that is not one of the store's) is a
-// fault.
+// The whole read path for arbitrary bytes, shared by the reader fuzz target and the replay of the inputs that
+// once broke it: read the bytes as a store file and, when they read cleanly into a document or a schema,
+// synthesise it, analyse the result back into values and destroy both. Anything but a clean return (a crash,
+// hang, leak, sanitizer report or foreign exception) is a fault.
 #pragma once
 
 #include "sample.h"
@@ -39,8 +38,7 @@ inline int read_any(char const* data, std::size_t size, std::ostream* report = n
         stoReadMemoryMap map(data, static_cast<int>(size));
         stoFileReader reader(&map, report ? report : &discard, nullptr, nullptr);
         stoValue const* root = reader.look_up_value("root");
-        // As callers do, the root is synthesised into an object of the class they expect: a document of the
-        // sample application, or a schema.
+        // As callers do, the root is synthesised into an object of the class they expect.
         stoTypeHandle type = root && root->is_object() ? root->type() : stoTypeHandle();
         if (reader.error_count() == 0 && (type == sto_type_annDocument() || type == sto_type_stoSchema())) {
             if (void* object = type->create()) {
