@@ -279,11 +279,13 @@ char* stoUTF8Helper::encode_in_width(unsigned int code, char* out, int w) const
 {
     if (w < 1)
         return out;
-    // Shifts of 36 and 42 bits for widths 7 and 8 need 64 bits.
+    // Shifts of 36 and 42 bits for widths 7 and 8 need 64 bits; the bytes of
+    // a still wider, overlong form above the code's bits are zero.
     unsigned long long wide = code;
-    *out++ = static_cast<char>(lead_mask_for_width(w) | static_cast<unsigned char>(wide >> (6 * (w - 1))));
+    auto bits = [wide](int shift) { return shift < 64 ? wide >> shift : 0ull; };
+    *out++ = static_cast<char>(lead_mask_for_width(w) | static_cast<unsigned char>(bits(6 * (w - 1))));
     for (int i = w - 2; i >= 0; --i)
-        *out++ = static_cast<char>(0x80 | ((wide >> (6 * i)) & 0x3F));
+        *out++ = static_cast<char>(0x80 | (bits(6 * i) & 0x3F));
     return out;
 }
 
