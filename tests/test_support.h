@@ -74,10 +74,7 @@ inline std::string base64_block(const std::vector<unsigned char>& bytes, const s
 
 // Members of a class's own, by name, and of object values.
 inline stoMemberHandle slot(stoClass const* c, char const* name) { return c->find_member(c->name(), name); }
-inline stoTypeHandle member_type(stoClass const* c, char const* name)
-{
-    return c->member(slot(c, name))->type();
-}
+inline auto member_type(stoClass const* c, char const* name) { return c->member(slot(c, name))->type(); }
 inline void set_member(stoObject* o, char const* name, stoValue* v)
 {
     o->set_member(slot(o->type(), name), v);
@@ -125,8 +122,7 @@ inline std::string describe(stoTypeHandle const& t)
 inline std::vector<std::string> bases_of(stoClass const* c)
 {
     std::vector<std::string> out;
-    stoClassBaseIT it(c);
-    while (++it)
+    for (stoClassBaseIT it(c); ++it;)
         out.push_back(it()->base_class()->name().str() + "@" + std::to_string(it()->offset()));
     return out;
 }
@@ -135,8 +131,7 @@ inline std::vector<std::string> bases_of(stoClass const* c)
 inline std::vector<std::string> members_of(stoClass const* c)
 {
     std::vector<std::string> out;
-    stoClassMemberIT it(c);
-    while (++it)
+    for (stoClassMemberIT it(c); ++it;)
         out.push_back(it()->name().str() + ":" + describe(it()->type()));
     return out;
 }
@@ -145,8 +140,7 @@ inline std::vector<std::string> members_of(stoClass const* c)
 inline std::vector<std::string> table_of(stoClass const* c)
 {
     std::vector<std::string> out;
-    stoInheritedMemberIT it(c);
-    while (++it)
+    for (stoInheritedMemberIT it(c); ++it;)
         out.push_back(it()->declaring_class()->name().str() + "::" + it()->name().str() + "@" +
                       std::to_string(it.offset()));
     return out;
