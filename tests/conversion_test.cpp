@@ -129,6 +129,30 @@ public:
 };
 STO_DECLARE_CLASS(cnvHolder)
 
+// Counted pointers to one object through its whole class, a base at a non-zero offset and an unrelated class.
+class cnvWeight {
+    STO_PERSISTENT(cnvWeight)
+public:
+    virtual ~cnvWeight() = default;
+    double m_weight = 0;
+};
+STO_DECLARE_CLASS(cnvWeight)
+
+class cnvBoth : public cnvWeight, public cnvLeaf {
+    STO_PERSISTENT(cnvBoth)
+};
+STO_DECLARE_CLASS(cnvBoth)
+
+class cnvSharers {
+    STO_PERSISTENT(cnvSharers)
+public:
+    virtual ~cnvSharers() = default;
+    coPrf<cnvBoth> m_whole;
+    coPrf<cnvLeaf> m_part;
+    coPrf<cnvNamed> m_unrelated;
+};
+STO_DECLARE_CLASS(cnvSharers)
+
 void sto_opaque_to_model(cnvOpaque const& opaque, cnvModel& model)
 {
     model.m_count = static_cast<int>(opaque.m_hidden.size());
@@ -158,6 +182,9 @@ STO_CLASS_MAPPED(cnvOpaque, sto_schema_cnv(), sto_mapper_stoMappercnvOpaquecnvMo
     STO_MEMBERS_OF_MODEL(cnvModel);
 }
 STO_CLASS(cnvHolder, sto_schema_cnv()) { STO_MEMBER(m_opaque); STO_OWNING_PTR(m_leaf); }
+STO_CLASS(cnvWeight, sto_schema_cnv()) { STO_MEMBER(m_weight); }
+STO_CLASS(cnvBoth, sto_schema_cnv()) { STO_BASE(cnvWeight); STO_BASE(cnvLeaf); }
+STO_CLASS(cnvSharers, sto_schema_cnv()) { STO_MEMBER(m_whole); STO_MEMBER(m_part); STO_MEMBER(m_unrelated); }
 
 STO_CLASS(cnvRoot, sto_schema_cnv())
 {
@@ -704,6 +731,24 @@ TEST(Conversion, SharingOwnershipAndCyclesRoundTrip)
                   std::vector<long long>({-1, 1LL << 40}));
     }
     EXPECT_EQ(g_live_leaves, before);
+}
+
+TEST(Conversion, ACountedPointerSharesTheCountButPointsAtItsOwnBase)
+{
+    stoValuecoPrf both(new stoObject(sto_class_cnvBoth()));
+    stoObject* root = new stoObject(sto_class_cnvSharers());
+    for (char const* name : {"m_whole", "m_part", "m_unrelated"})
+        set_member(root, name, new stoPrfValue(member_type(sto_class_cnvSharers(), name), both));
+    {
+        cnvSharers copy;
+        stoSynthesiser().synthesise(root, &copy);
+        ASSERT_NE(copy.m_whole.get(), nullptr);
+        EXPECT_EQ(copy.m_part.get(), static_cast<cnvLeaf*>(copy.m_whole.get()));
+        EXPECT_NE(static_cast<void*>(copy.m_part.get()), static_cast<void*>(copy.m_whole.get()));
+        EXPECT_EQ(copy.m_whole.count(), 2);
+        EXPECT_EQ(copy.m_unrelated.get(), nullptr);  // a cnvBoth is no cnvNamed
+    }
+    delete root;
 }
 
 TEST(Conversion, AnUnsavedSchemaFailsSynthesisWithoutLeaks)
