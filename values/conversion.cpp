@@ -18,6 +18,7 @@
 #include "values/value.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 namespace {
@@ -365,6 +366,23 @@ void stoVariableArrayType::value_to_raw(stoSynthesiser* synthesiser, stoValue co
     if (!array)
         return;
     int n = array->number_of_elements();
+    // The object's count must agree with the block, or whoever reads the
+    // object goes past the block's end; a file can say otherwise. A count
+    // member, written just before the array, takes the block's count. A
+    // counting function whose inputs are already written cannot be changed:
+    // when it asks for more elements than the file gives, the array stays
+    // null.
+    if (m_member && m_array_size) {
+        if (stoOffsetArraySize const* offset = dynamic_cast<stoOffsetArraySize const*>(m_array_size)) {
+            if (stoMember const* count = offset->size_member(); count && count->size() == sizeof(std::int32_t)) {
+                std::int32_t c = n;
+                std::memcpy(at(p.write_ptr(), count->offset() - m_member->offset()), &c, sizeof c);
+            }
+        } else if (m_array_size->array_size(m_member, p.write_ptr()) > n) {
+            *static_cast<void**>(p.write_ptr()) = nullptr;
+            return;
+        }
+    }
     void* block = m_type->create_array(n);
     *static_cast<void**>(p.write_ptr()) = block;
     synthesiser->register_new_object(value, p);
