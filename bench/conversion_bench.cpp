@@ -7,7 +7,7 @@
 //
 //   sto_bench_conversion_bench          # 10k, 100k and 1M items
 //   sto_bench_conversion_bench --items 20000 # one size (repeatable)
-//   sto_bench_conversion_bench --repeat 3    # best of three runs per size
+//   sto_bench_conversion_bench --repeat 3    # three rounds over the sizes
 //   sto_bench_conversion_bench --cpu         # CPU time instead of wall time
 //   sto_bench_conversion_bench --user        # user CPU time only
 //   sto_bench_conversion_bench --each        # every run's times on stderr
@@ -133,6 +133,9 @@ struct Result {
     double synthesis_sys_s;
     long synthesis_faults;
     long synthesis_peak_kb;
+    // Every run's times, in the order of the rounds.
+    std::vector<double> analysis_runs;
+    std::vector<double> synthesis_runs;
 };
 
 // One analysis and one synthesis of the document. Times are kept when they
@@ -161,6 +164,7 @@ void run_once(annDocument const* document, Result& r, bool first)
             r.analysis_sys_s = analysis_sys_s;
             r.analysis_faults = u1.ru_minflt - u0.ru_minflt;
         }
+        r.analysis_runs.push_back(analysis_s);
         if (first || analysis_s < r.analysis_s)
             r.analysis_s = analysis_s;
         if (first)
@@ -186,6 +190,7 @@ void run_once(annDocument const* document, Result& r, bool first)
             r.synthesis_sys_s = synthesis_sys_s;
             r.synthesis_faults = u1.ru_minflt - u0.ru_minflt;
         }
+        r.synthesis_runs.push_back(synthesis_s);
         if (first || synthesis_s < r.synthesis_s)
             r.synthesis_s = synthesis_s;
         if (first)
@@ -214,17 +219,11 @@ void run_once(annDocument const* document, Result& r, bool first)
     delete copy;
 }
 
-Result run(int items, unsigned seed, int repeat)
+double median(std::vector<double> v)
 {
-    Result r{};
-    r.items = items;
-    annDocument* document = sample_make_document(items, seed);
-    for (auto const& [name, count] : sample_census(*document))
-        r.objects += count;
-    for (int i = 0; i < repeat; ++i)
-        run_once(document, r, i == 0);
-    delete document;
-    return r;
+    std::sort(v.begin(), v.end());
+    std::size_t n = v.size();
+    return n % 2 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
 }
 
 }  // namespace
@@ -259,14 +258,27 @@ int main(int argc, char** argv)
 
     std::printf("%9s %10s %10s %14s %14s %12s %12s\n", "items", "objects", "values", "analysis obj/s",
                 "synth obj/s", "anal B/obj", "synth B/obj");
-    std::vector<Result> results;
-    for (int items : sizes) {
-        Result r = run(items, seed, repeat);
-        results.push_back(r);
+    // Every document is made first and the sizes take turns, round after
+    // round: a machine whose speed drifts over minutes (a busy neighbour on
+    // the host, memory reclaimed by the host) then slows every size alike,
+    // and the rounds' ratios show how far the drift went.
+    std::vector<Result> results(sizes.size());
+    std::vector<annDocument*> documents;
+    for (std::size_t k = 0; k < sizes.size(); ++k) {
+        results[k].items = sizes[k];
+        documents.push_back(sample_make_document(sizes[k], seed));
+        for (auto const& [name, count] : sample_census(*documents.back()))
+            results[k].objects += count;
+    }
+    for (int i = 0; i < repeat; ++i)
+        for (std::size_t k = 0; k < sizes.size(); ++k)
+            run_once(documents[k], results[k], i == 0);
+    for (annDocument* document : documents)
+        delete document;
+    for (Result const& r : results) {
         std::printf("%9d %10ld %10ld %14.0f %14.0f %12.1f %12.1f\n", r.items, r.objects, r.values,
                     r.objects / r.analysis_s, r.objects / r.synthesis_s, 1024.0 * r.analysis_peak_kb / r.objects,
                     1024.0 * r.synthesis_peak_kb / r.objects);
-        std::fflush(stdout);
     }
     // Where the first analysis of each size spent its time: instructions
     // per object do not grow with the graph, so growth here is memory.
@@ -283,9 +295,15 @@ int main(int argc, char** argv)
     for (std::size_t i = 1; i < results.size(); ++i) {
         Result const& a = results[i - 1];
         Result const& b = results[i];
-        std::printf("time per object, %d vs %d items: analysis x%.2f, synthesis x%.2f\n", b.items, a.items,
-                    (b.analysis_s / b.objects) / (a.analysis_s / a.objects),
-                    (b.synthesis_s / b.objects) / (a.synthesis_s / a.objects));
+        std::vector<double> analysis, synthesis;
+        for (int j = 0; j < repeat; ++j) {
+            analysis.push_back((b.analysis_runs[j] / b.objects) / (a.analysis_runs[j] / a.objects));
+            synthesis.push_back((b.synthesis_runs[j] / b.objects) / (a.synthesis_runs[j] / a.objects));
+        }
+        std::printf("time per object, %d vs %d items: analysis x%.2f, synthesis x%.2f (best of each); "
+                    "median of the rounds: analysis x%.2f, synthesis x%.2f\n",
+                    b.items, a.items, (b.analysis_s / b.objects) / (a.analysis_s / a.objects),
+                    (b.synthesis_s / b.objects) / (a.synthesis_s / a.objects), median(analysis), median(synthesis));
     }
     return 0;
 }

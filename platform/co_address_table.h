@@ -62,6 +62,18 @@ Slot* co_zeroed_slots(std::size_t count)
     return slots;
 }
 
+// The unmasked home slot of an address in a table keyed by addresses.
+// Addresses in one 4 KiB page go to one stretch of slots, in address order;
+// the stretches of pages are spread by the hash of the page. A walk over
+// objects made one after another then probes neighbouring slots instead of
+// a random slot each time, which keeps a table far larger than the caches
+// from missing them on nearly every probe.
+inline std::size_t co_spread_address(void const* key)
+{
+    std::uintptr_t a = reinterpret_cast<std::uintptr_t>(key);
+    return static_cast<std::size_t>(co_mix_address(reinterpret_cast<void const*>(a >> 12))) + ((a >> 4) & 255);
+}
+
 template <class K, class V>
 class coAddressTable {
     static_assert(std::is_pointer_v<K>, "keys are addresses");
@@ -141,15 +153,7 @@ private:
         V value;
     };
 
-    // Addresses in one 4 KiB page go to one stretch of slots, in address
-    // order; the stretches of pages are spread by the hash of the page. A
-    // walk over objects made one after another then probes neighbouring
-    // slots instead of a random slot each time.
-    static std::size_t spread(void const* key)
-    {
-        std::uintptr_t a = reinterpret_cast<std::uintptr_t>(key);
-        return static_cast<std::size_t>(co_mix_address(reinterpret_cast<void const*>(a >> 12))) + ((a >> 4) & 255);
-    }
+    static std::size_t spread(void const* key) { return co_spread_address(key); }
     std::size_t home(K key) const { return spread(static_cast<void const*>(key)) & m_mask; }
 
     void grow()

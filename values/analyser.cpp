@@ -1,7 +1,5 @@
 #include "values/analyser.h"
 
-#include "platform/co_address_table.h"
-
 #include "types/class.h"
 #include "types/system.h"
 #include "values/pointer_types.h"
@@ -49,7 +47,7 @@ stoLiveObjectTable::Slot* stoLiveObjectTable::find_slot(stoLiveObject const& k) 
     }
     if (!m_slots)
         return nullptr;
-    for (std::size_t i = co_mix_address(k.ptr) & m_mask;; i = (i + 1) & m_mask) {
+    for (std::size_t i = co_spread_address(k.ptr) & m_mask;; i = (i + 1) & m_mask) {
         Slot& slot = m_slots[i];
         if (!slot.ptr)
             return nullptr;
@@ -79,7 +77,7 @@ stoAnalysedEntry& stoLiveObjectTable::operator[](stoLiveObject const& k)
     }
     if (!m_slots || (static_cast<std::size_t>(m_size) + 1) * 10 > (m_mask + 1) * kMaxLoadTenths)
         grow();
-    std::size_t i = co_mix_address(k.ptr) & m_mask;
+    std::size_t i = co_spread_address(k.ptr) & m_mask;
     while (m_slots[i].ptr)
         i = (i + 1) & m_mask;
     m_slots[i] = Slot{k.ptr, k.type.type(), stoAnalysedEntry()};
@@ -95,7 +93,7 @@ void stoLiveObjectTable::grow()
     for (std::size_t j = 0; m_slots && j <= m_mask; ++j) {
         if (!m_slots[j].ptr)
             continue;
-        std::size_t i = co_mix_address(m_slots[j].ptr) & mask;
+        std::size_t i = co_spread_address(m_slots[j].ptr) & mask;
         while (slots[i].ptr)
             i = (i + 1) & mask;
         slots[i] = m_slots[j];
@@ -129,7 +127,7 @@ void stoLiveObjectTable::remove(stoLiveObject const& k)
     // their home lies at or before it, so that no look-up stops early.
     std::size_t hole = static_cast<std::size_t>(slot - m_slots);
     for (std::size_t j = (hole + 1) & m_mask; m_slots[j].ptr; j = (j + 1) & m_mask) {
-        std::size_t home = co_mix_address(m_slots[j].ptr) & m_mask;
+        std::size_t home = co_spread_address(m_slots[j].ptr) & m_mask;
         // Distances along the probe direction, wrapping around the end.
         if (((j - home) & m_mask) >= ((j - hole) & m_mask)) {
             m_slots[hole] = m_slots[j];

@@ -11,6 +11,7 @@
 //   ... use root ...; delete root; a.destroy_stubs();
 #pragma once
 
+#include "platform/co_address_table.h"
 #include "platform/co_containers.h"
 #include "platform/co_pointers.h"
 #include "values/raw_ptr.h"
@@ -74,7 +75,7 @@ public:
     void prefetch(void const* ptr) const
     {
         if (m_slots)
-            __builtin_prefetch(&m_slots[co_mix_address(ptr) & m_mask]);
+            __builtin_prefetch(&m_slots[co_spread_address(ptr) & m_mask]);
     }
     int size() const { return m_size + static_cast<int>(m_null_size); }
     // Every key, in no particular order; the table must not change meanwhile.
@@ -189,7 +190,7 @@ protected:
     stoLiveObjectTable m_values;
     // Outermost only: the first pointer value set to each object or stub
     // (other values are made afresh for every pointer and never met again).
-    stoValuePtrstoValuePtrcoTable m_pointers;
+    coAddressTable<stoValue const*, stoPtrValue*> m_pointers;
     // Outermost only: the pointers waiting for live objects without a value.
     coTable<stoLiveObject, stoWaitingPointers> m_dangling;
     int m_n_dangling;
