@@ -28,6 +28,10 @@ constexpr unsigned int kTagMask = 0xFFFF0000u;
 // neither can be mistaken for a block, which is 16-aligned.
 constexpr std::uint64_t kHeapMarker = 0x53544F4845415001ull;   // heap value
 constexpr std::uint64_t kFreedMarker = 0x53544F4652454503ull;  // freed pooled value
+// A request made under a pool that no block can hold (the slots of an array
+// of some hundred thousand elements): a heap piece of its own, which may go
+// back under any pool or none.
+constexpr std::uint64_t kLargeMarker = 0x53544F4C41524705ull;
 
 #ifdef NDEBUG
 std::atomic<int> g_checks{0};
@@ -222,17 +226,15 @@ stoMemoryPoolEnabler::~stoMemoryPoolEnabler()
 
 void* sto_value_allocate(stoMemoryPool* pool, std::size_t size)
 {
-    if (pool && pool->m_enabled) {
-        if (size <= UINT_MAX) {
-            if (void* p = pool->allocate(static_cast<unsigned int>(size)))
-                return p;
-        }
-        throw std::bad_alloc();
+    bool pooled = pool && pool->m_enabled;
+    if (pooled && size <= UINT_MAX) {
+        if (void* p = pool->allocate(static_cast<unsigned int>(size)))
+            return p;
     }
     if (size > SIZE_MAX - kWordSize)
         throw std::bad_alloc();
     char* word = static_cast<char*>(::operator new(size + kWordSize));
-    std::memcpy(word, &kHeapMarker, kWordSize);
+    std::memcpy(word, pooled ? &kLargeMarker : &kHeapMarker, kWordSize);
     return word + kWordSize;
 }
 
@@ -251,6 +253,10 @@ void sto_value_deallocate(stoMemoryPool* installed, void* p)
         if (checks && installed && installed->m_enabled)
             fail("a value allocated from the heap is freed while a memory pool is installed "
                  "(it was allocated before the pool's scope began)");
+        ::operator delete(word);
+        return;
+    }
+    if (tag == kLargeMarker) {
         ::operator delete(word);
         return;
     }

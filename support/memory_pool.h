@@ -154,7 +154,9 @@ private:
 // stderr and the process aborts, as are an unknown word and a value freed
 // twice.
 //
-// Throws std::bad_alloc when a pooled value would not fit in an empty block.
+// A pooled request that would not fit in an empty block (the slots of an
+// array of more than some hundred thousand elements) gets a heap piece of
+// its own, marked as such, which may be freed under any pool or none.
 void* sto_value_allocate(stoMemoryPool* pool, std::size_t size);
 void sto_value_deallocate(stoMemoryPool* pool, void* p);
 // Switches the checks on or off and returns the previous setting; with the

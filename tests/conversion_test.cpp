@@ -733,6 +733,27 @@ TEST(Conversion, SharingOwnershipAndCyclesRoundTrip)
     EXPECT_EQ(g_live_leaves, before);
 }
 
+TEST(Conversion, AnArrayLargerThanAPoolBlockRoundTripsUnderThePool)
+{
+    // 200,000 slots of 8 bytes do not fit in a block of the pool a write installs.
+    constexpr int n = 200000;
+    sto_class_cnvLeaf()->build();
+    sto_class_cnvRoot()->build();
+    cnvRoot root;
+    root.m_n_numbers = n;
+    root.m_numbers = new long long[n];
+    for (int i = 0; i < n; ++i)
+        root.m_numbers[i] = (static_cast<long long>(i) << 33) - i;
+    cnvRoot copy;
+    {
+        stoMemoryPoolEnabler pool(stoValue::sto_memory_pool(), stoValue::sto_memory_pool_size());
+        Analysed a(sto_type_cnvRoot(), &root);
+        stoSynthesiser().synthesise(a.root, &copy);
+    }
+    ASSERT_EQ(copy.m_n_numbers, n);
+    EXPECT_TRUE(std::equal(root.m_numbers, root.m_numbers + n, copy.m_numbers));
+}
+
 TEST(Conversion, ACountedPointerSharesTheCountButPointsAtItsOwnBase)
 {
     stoValuecoPrf both(new stoObject(sto_class_cnvBoth()));
