@@ -24,8 +24,8 @@ static_assert(alignof(std::max_align_t) >= 16, "blocks must come from the heap 1
 constexpr unsigned int kBlockTag = 0x5B0C0000u;
 constexpr unsigned int kTagMask = 0xFFFF0000u;
 
-// Words in front of values that are not block addresses. Both are odd, so
-// neither can be mistaken for a block, which is 16-aligned.
+// Words in front of values that are not block addresses. All are odd, so
+// none can be mistaken for a block, which is 16-aligned.
 constexpr std::uint64_t kHeapMarker = 0x53544F4845415001ull;   // heap value
 constexpr std::uint64_t kFreedMarker = 0x53544F4652454503ull;  // freed pooled value
 // A request made under a pool that no block can hold (the slots of an array
