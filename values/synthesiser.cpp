@@ -37,6 +37,21 @@ void stoSynthesiseFake::update()
     m_updated = 1;
 }
 
+// --------------------------------------------------------- stoPendingFields
+
+void stoPendingFields::add(stoValue const* target, stoPtrType const* type, void* field)
+{
+    int index = static_cast<int>(m_fields.size());
+    m_fields.push_back(Field{type, field, -1});
+    ++m_waiting;
+    Chain& chain = m_chains[target];
+    if (chain.last >= 0)
+        m_fields[static_cast<std::size_t>(chain.last)].next = index;
+    else
+        chain.first = index;
+    chain.last = index;
+}
+
 // ----------------------------------------------------------- stoSynthesiser
 
 stoSynthesiser::stoSynthesiser() : m_in_memory_required(1) {}
@@ -99,14 +114,11 @@ void stoSynthesiser::value_to_raw(stoValue const* value, stoRWRawPtr const& p)
         waited = entry == waiting_mark();
         entry = p.write_ptr();
     }
-    if (std::unique_ptr<coDList<stoRWRawPtr>>* waiting = waited ? m_pending.find(value) : nullptr) {
-        std::unique_ptr<coDList<stoRWRawPtr>> fields = std::move(*waiting);
-        m_pending.remove(value);
-        for (stoRWRawPtr const& field : *fields) {
-            stoPtrType const* type = static_cast<stoPtrType const*>(field.type().type());
+    if (waited) {
+        m_pending.take(value, [&](stoPtrType const* type, void* field) {
             void const* cast = view_as(*type->pointee_type(), *value->type(), p.write_ptr());
-            type->point_at_object(field.write_ptr(), const_cast<void*>(cast));
-        }
+            type->point_at_object(field, const_cast<void*>(cast));
+        });
     }
     if (value->is_stub()) {
         handle_stub(static_cast<stoStub const*>(value), p);
@@ -195,10 +207,7 @@ void stoSynthesiser::mark_ptr(stoPtrType const* type, stoValue const* target, vo
         return;
     }
     address = waiting_mark();
-    std::unique_ptr<coDList<stoRWRawPtr>>& waiting = m_pending[target];
-    if (!waiting)
-        waiting = std::make_unique<coDList<stoRWRawPtr>>();
-    waiting->insert_last(stoRWRawPtr(type->handle(), field, static_cast<int>(sizeof(void*))));
+    m_pending.add(target, type, field);
 }
 
 void stoSynthesiser::prefetch(stoValue const* v) const
