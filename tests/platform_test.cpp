@@ -4,6 +4,7 @@
 // library's converter), the file test and streams.
 #include "test_support.h"
 
+#include "platform/co_address_chains.h"
 #include "platform/om_stream.h"
 #include "platform/ve_string.h"
 
@@ -17,6 +18,7 @@
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -190,6 +192,48 @@ TEST(Platform, PointersHashEveryByteOfTheAddress)
     EXPECT_NE(co_hash_pointer(low), co_hash_pointer(address(0x7f00000000001000ull)));
     EXPECT_TRUE(co_hash(low) == co_hash_pointer(low) && co_hash(const_cast<void*>(low)) == co_hash(low));
     EXPECT_EQ(co_hash_pointer(high), co_hash(&high, static_cast<int>(sizeof high)));  // every byte of it
+}
+
+TEST(Platform, AddressChainsGiveEachAddressItsItemsInOrderAndKeepTheRest)
+{
+    int a = 0, b = 0;  // two addresses
+    coAddressChains<int> chains;
+    for (int item : {1, 2, 3, 4, 5})
+        chains.add(item % 2 ? &a : &b, item);
+    std::vector<int> got;
+    auto collect = [&](int item) { got.push_back(item); };
+
+    // Only the items the predicate wants leave; the others stay chained in order.
+    chains.take_if(&a, [](int item) { return item != 3; }, collect);
+    EXPECT_EQ(got, (std::vector<int>{1, 5}));
+    EXPECT_TRUE(chains.any(&a, [](int item) { return item == 3; }));
+    EXPECT_EQ(chains.size(), 3);
+    std::vector<int> waiting;
+    chains.for_each([&](void const*, int item) { waiting.push_back(item); });
+    EXPECT_EQ(waiting, (std::vector<int>{2, 3, 4}));
+
+    // An item added while a chain is taken waits for the next take.
+    got.clear();
+    chains.take(&b, [&](int item) {
+        got.push_back(item);
+        if (item == 2)
+            chains.add(&b, 6);
+    });
+    EXPECT_EQ(got, (std::vector<int>{2, 4}));
+    got.clear();
+    chains.take(&a, collect);
+    chains.take(&b, collect);
+    chains.take(&b, collect);  // nothing left
+    EXPECT_EQ(got, (std::vector<int>{3, 6}));
+    EXPECT_EQ(chains.size(), 0);
+
+    // Emptied, the chains start again and stay right.
+    chains.add(&b, 7);
+    chains.add(&a, 8);
+    EXPECT_FALSE(chains.any(&a, [](int item) { return item == 3; }));
+    got.clear();
+    chains.take(&b, collect);
+    EXPECT_EQ(got, (std::vector<int>{7}));
 }
 
 TEST(PlatformIoStrings, Utf8AndCodesConvertBothWaysAndIllFormedInputFails)

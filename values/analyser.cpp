@@ -145,7 +145,7 @@ stoAnalyser::stoAnalyser() : stoAnalyser(nullptr, nullptr) {}
 stoAnalyser::stoAnalyser(stoAnalyser* outer) : stoAnalyser(nullptr, outer) {}
 
 stoAnalyser::stoAnalyser(stoAnalyser* next, stoAnalyser* outer)
-    : m_stub_mode(0), m_outer(outer), m_next(next), m_n_dangling(0), m_dangling_targets_known(0)
+    : m_stub_mode(0), m_outer(outer), m_next(next), m_dangling_targets_known(0)
 {
 }
 
@@ -314,12 +314,8 @@ stoPtrValue* stoAnalyser::dangle(stoRawPtr const& p)
         return pointer;
     }
     stoAnalyser* o = outer();
-    stoLiveObject k = key(target);
-    o->m_values[k].set_waited_for(1);
-    stoWaitingPointers& waiting = o->m_dangling[k];
-    waiting.size = target.size();
-    waiting.pointers.push_back(pointer);
-    ++o->m_n_dangling;
+    o->m_values[key(target)].set_waited_for(1);
+    o->m_dangling.add(target.ptr(), stoWaitingPointer{pointer, target.type_ref(), target.size()});
     o->m_dangling_targets_known = 0;
     return pointer;
 }
@@ -327,7 +323,7 @@ stoPtrValue* stoAnalyser::dangle(stoRawPtr const& p)
 void stoAnalyser::undangle(stoRawPtr const& p, stoValue* value)
 {
     stoAnalyser* o = outer();
-    if (o->m_n_dangling == 0)
+    if (o->m_dangling.size() == 0)
         return;
     stoLiveObject k = key(p);
     stoAnalysedEntry* entry = o->m_values.find(k);
@@ -336,15 +332,11 @@ void stoAnalyser::undangle(stoRawPtr const& p, stoValue* value)
     entry->set_waited_for(0);
     if (!entry->value())
         o->m_values.remove(k);  // only the mark was there: the value is in a nested analyser
-    stoWaitingPointers* waiting = o->m_dangling.find(k);
-    if (!waiting)
-        return;
-    absl::InlinedVector<stoPtrValue*, 1> pointers = std::move(waiting->pointers);
-    o->m_dangling.remove(k);
-    o->m_n_dangling -= static_cast<int>(pointers.size());
     o->m_dangling_targets_known = 0;
-    for (stoPtrValue* pointer : pointers)
-        pointer->set_pointee(value);
+    // Objects that share an address (a first member, a base) share a chain.
+    o->m_dangling.take_if(
+        p.ptr(), [&](stoWaitingPointer const& w) { return w.type == p.type_ref(); },
+        [&](stoWaitingPointer const& w) { w.pointer->set_pointee(value); });
 }
 
 stoPtrValue* stoAnalyser::look_up_pointer(stoValue const* target)
@@ -392,13 +384,17 @@ void stoAnalyser::stub_dangling_pointers()
     set_stub_mode(1);
     stoAnalyser* o = outer();
     for (;;) {
+        // In the order the pointers began to wait, so that the stubs and the
+        // graph come out the same on every run.
         std::vector<stoRawPtr> targets;
         targets.reserve(static_cast<std::size_t>(o->m_dangling.size()));
-        for (auto const& entry : o->m_dangling)
-            targets.emplace_back(entry.first.type, entry.first.ptr, entry.second.size);
+        o->m_dangling.for_each([&](void const* address, stoWaitingPointer const& w) {
+            targets.emplace_back(w.type, address, w.size);
+        });
         int resolved = 0;
         for (stoRawPtr const& target : targets) {
-            if (!o->m_dangling.contains(key(target)) || !stoStubbable::to_stubbable(target))
+            auto same_type = [&](stoWaitingPointer const& w) { return w.type == target.type_ref(); };
+            if (!o->m_dangling.any(target.ptr(), same_type) || !stoStubbable::to_stubbable(target))
                 continue;
             raw_to_value(target);
             ++resolved;
@@ -413,16 +409,16 @@ stoRawPtr stoAnalyser::dangling_pointer(stoPtrValue const* p)
     stoAnalyser* o = outer();
     if (!o->m_dangling_targets_known) {
         o->m_dangling_targets.clear();
-        for (auto const& entry : o->m_dangling)
-            for (stoPtrValue const* pointer : entry.second.pointers)
-                o->m_dangling_targets[pointer] = stoRawPtr(entry.first.type, entry.first.ptr, entry.second.size);
+        o->m_dangling.for_each([&](void const* address, stoWaitingPointer const& w) {
+            o->m_dangling_targets[w.pointer] = stoRawPtr(w.type, address, w.size);
+        });
         o->m_dangling_targets_known = 1;
     }
     stoRawPtr const* target = o->m_dangling_targets.find(p);
     return target ? *target : stoRawPtr();
 }
 
-int stoAnalyser::number_of_dangling_pointers() { return outer()->m_n_dangling; }
+int stoAnalyser::number_of_dangling_pointers() { return outer()->m_dangling.size(); }
 
 void stoAnalyser::forget_live_objects()
 {

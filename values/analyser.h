@@ -11,12 +11,11 @@
 //   ... use root ...; delete root; a.destroy_stubs();
 #pragma once
 
+#include "platform/co_address_chains.h"
 #include "platform/co_address_table.h"
 #include "platform/co_containers.h"
 #include "platform/co_pointers.h"
 #include "values/raw_ptr.h"
-
-#include <absl/container/inlined_vector.h>
 
 #include <cstdint>
 
@@ -112,11 +111,12 @@ using stoValuePtrstoValuePtrcoTable = coTable<stoValue const*, stoPtrValue*>;
 using stoRawPtrstoValuePtrcoTable = coTable<stoRawPtr, stoValue*>;
 using stoValuePtrstoRawPtrcoTable = coTable<stoValue const*, stoRawPtr>;
 
-// The pointer values waiting for one live object, in the order they began
-// to wait, and the size of that object.
-struct stoWaitingPointers {
-    int size = 0;
-    absl::InlinedVector<stoPtrValue*, 1> pointers;
+// A pointer value waiting for the live object of `type` at the address it
+// is chained under; `size` is that object's size.
+struct stoWaitingPointer {
+    stoPtrValue* pointer;
+    stoTypeHandle type;
+    int size;
 };
 
 class stoAnalyser {
@@ -191,9 +191,9 @@ protected:
     // Outermost only: the first pointer value set to each object or stub
     // (other values are made afresh for every pointer and never met again).
     coAddressTable<stoValue const*, stoPtrValue*> m_pointers;
-    // Outermost only: the pointers waiting for live objects without a value.
-    coTable<stoLiveObject, stoWaitingPointers> m_dangling;
-    int m_n_dangling;
+    // Outermost only: the pointers waiting for live objects without a value,
+    // in the order they began to wait.
+    coAddressChains<stoWaitingPointer> m_dangling;
     // The live object each waiting pointer waits for, made when asked for
     // and kept while no pointer starts or stops waiting.
     coTable<stoPtrValue const*, stoRawPtr> m_dangling_targets;

@@ -37,21 +37,6 @@ void stoSynthesiseFake::update()
     m_updated = 1;
 }
 
-// --------------------------------------------------------- stoPendingFields
-
-void stoPendingFields::add(stoValue const* target, stoPtrType const* type, void* field)
-{
-    int index = static_cast<int>(m_fields.size());
-    m_fields.push_back(Field{type, field, -1});
-    ++m_waiting;
-    Chain& chain = m_chains[target];
-    if (chain.last >= 0)
-        m_fields[static_cast<std::size_t>(chain.last)].next = index;
-    else
-        chain.first = index;
-    chain.last = index;
-}
-
 // ----------------------------------------------------------- stoSynthesiser
 
 stoSynthesiser::stoSynthesiser() : m_in_memory_required(1) {}
@@ -115,9 +100,10 @@ void stoSynthesiser::value_to_raw(stoValue const* value, stoRWRawPtr const& p)
         entry = p.write_ptr();
     }
     if (waited) {
-        m_pending.take(value, [&](stoPtrType const* type, void* field) {
+        m_pending.take(value, [&](stoPendingField const& waiting) {
+            stoPtrType const* type = waiting.type;
             void const* cast = view_as(*type->pointee_type(), *value->type(), p.write_ptr());
-            type->point_at_object(field, const_cast<void*>(cast));
+            type->point_at_object(waiting.field, const_cast<void*>(cast));
         });
     }
     if (value->is_stub()) {
@@ -207,7 +193,7 @@ void stoSynthesiser::mark_ptr(stoPtrType const* type, stoValue const* target, vo
         return;
     }
     address = waiting_mark();
-    m_pending.add(target, type, field);
+    m_pending.add(target, stoPendingField{type, field});
 }
 
 void stoSynthesiser::prefetch(stoValue const* v) const

@@ -10,6 +10,7 @@
 //   s.synthesise(root, doc);        // writes root into *doc, then clean_up()
 #pragma once
 
+#include "platform/co_address_chains.h"
 #include "platform/co_address_table.h"
 #include "platform/co_containers.h"
 #include "platform/co_pointers.h"
@@ -17,7 +18,6 @@
 #include "values/raw_ptr.h"
 
 #include <memory>
-#include <vector>
 
 class stoValue;
 class stoPtrValue;
@@ -52,49 +52,10 @@ private:
 using stoValuePtrstoVoidPtrcoTable = coAddressTable<stoValue const*, void*>;
 using stoVoidPtrstoVoidPtrcoTable = coAddressTable<void const*, void*>;
 
-// The pointer fields that wait for the object of a value, in the order they
-// were added. A document with many forward references adds hundreds of
-// thousands of them; they are chained in one array, so adding one costs no
-// allocation of its own and the chains of a value are found with one probe.
-class stoPendingFields {
-public:
-    void add(stoValue const* target, stoPtrType const* type, void* field);
-    // Calls f(type, field) for each field waiting for target, the first
-    // added first, and forgets them.
-    template <class F>
-    void take(stoValue const* target, F&& f)
-    {
-        Chain* chain = m_chains.find(target);
-        if (!chain)
-            return;
-        int i = chain->first;
-        *chain = Chain();
-        while (i >= 0) {
-            Field const waiting = m_fields[static_cast<std::size_t>(i)];
-            --m_waiting;
-            f(waiting.type, waiting.field);
-            i = waiting.next;
-        }
-        // Nothing waits any more: the array starts again from its front.
-        if (m_waiting == 0)
-            m_fields.clear();
-    }
-    // The number of fields still waiting.
-    int size() const { return m_waiting; }
-
-private:
-    struct Field {
-        stoPtrType const* type;
-        void* field;
-        int next;  // index of the next field of the same value, or -1
-    };
-    struct Chain {
-        int first = -1;
-        int last = -1;
-    };
-    coAddressTable<stoValue const*, Chain> m_chains;
-    std::vector<Field> m_fields;
-    int m_waiting = 0;
+// A pointer field waiting for the object of the value it is chained under.
+struct stoPendingField {
+    stoPtrType const* type;
+    void* field;
 };
 
 class stoSynthesiser {
@@ -147,7 +108,7 @@ protected:
     }
 
     stoValuePtrstoVoidPtrcoTable m_objects;
-    stoPendingFields m_pending;
+    coAddressChains<stoPendingField> m_pending;
     stoVoidPtrstoVoidPtrcoTable m_owners;
     coPageArr<std::unique_ptr<stoSynthesiseFake>> m_fakes;
     int m_in_memory_required;
