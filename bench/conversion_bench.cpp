@@ -138,11 +138,18 @@ struct Result {
     std::vector<double> synthesis_runs;
 };
 
-// One analysis and one synthesis of the document. Times are kept when they
-// beat those already in r (the peaks are those of the first run, when the
-// heap is as fresh as a writer would find it).
-void run_once(annDocument const* document, Result& r, bool first)
+struct Times {
+    double analysis_s = 0;
+    double synthesis_s = 0;
+    double free_s = 0;
+};
+
+// One analysis and one synthesis of the document, checked against it. The
+// first run of a document also records its peaks and where its time went,
+// when the heap is as fresh as a writer would find it.
+Times run_once(annDocument const* document, Result& r, bool first)
 {
+    Times times;
     annDocument* copy = new annDocument;
     {
         stoMemoryPoolEnabler pool(stoValue::sto_memory_pool(), stoValue::sto_memory_pool_size());
@@ -164,9 +171,7 @@ void run_once(annDocument const* document, Result& r, bool first)
             r.analysis_sys_s = analysis_sys_s;
             r.analysis_faults = u1.ru_minflt - u0.ru_minflt;
         }
-        r.analysis_runs.push_back(analysis_s);
-        if (first || analysis_s < r.analysis_s)
-            r.analysis_s = analysis_s;
+        times.analysis_s = analysis_s;
         if (first)
             r.analysis_peak_kb = read_status_kb("VmHWM:") - base;
 
@@ -190,9 +195,7 @@ void run_once(annDocument const* document, Result& r, bool first)
             r.synthesis_sys_s = synthesis_sys_s;
             r.synthesis_faults = u1.ru_minflt - u0.ru_minflt;
         }
-        r.synthesis_runs.push_back(synthesis_s);
-        if (first || synthesis_s < r.synthesis_s)
-            r.synthesis_s = synthesis_s;
+        times.synthesis_s = synthesis_s;
         if (first)
             r.synthesis_peak_kb = read_status_kb("VmHWM:") - base;
 
@@ -208,8 +211,7 @@ void run_once(annDocument const* document, Result& r, bool first)
                          1e9 * analysis_sys_s / r.objects, 1e9 * synthesis_s / r.objects,
                          1e9 * synthesis_user_s / r.objects, 1e9 * synthesis_sys_s / r.objects,
                          1e9 * free_s / r.objects);
-        if (first || free_s < r.free_s)
-            r.free_s = free_s;
+        times.free_s = free_s;
     }
     std::string why;
     if (!sample_equal(*document, *copy, &why)) {
@@ -217,6 +219,37 @@ void run_once(annDocument const* document, Result& r, bool first)
         std::exit(1);
     }
     delete copy;
+    return times;
+}
+
+// One round of a document: as many runs as make up about `items` items,
+// so that every size's round lasts about as long and meets the same noise
+// of a shared machine. With one run per round, the best round of a small
+// document came from a fraction of a second that happened to be quiet, and
+// its ratio to a large document's best round, which spans seconds, grew
+// with the noise instead of the work. Times are per run, averaged over the
+// round; the best round's are kept.
+void run_round(annDocument const* document, Result& r, bool first, int items)
+{
+    int runs = std::max(1, (items + r.items / 2) / r.items);
+    Times sum;
+    for (long i = 0; i < runs; ++i) {
+        Times t = run_once(document, r, first && i == 0);
+        sum.analysis_s += t.analysis_s;
+        sum.synthesis_s += t.synthesis_s;
+        sum.free_s += t.free_s;
+    }
+    double analysis_s = sum.analysis_s / runs;
+    double synthesis_s = sum.synthesis_s / runs;
+    double free_s = sum.free_s / runs;
+    r.analysis_runs.push_back(analysis_s);
+    r.synthesis_runs.push_back(synthesis_s);
+    if (first || analysis_s < r.analysis_s)
+        r.analysis_s = analysis_s;
+    if (first || synthesis_s < r.synthesis_s)
+        r.synthesis_s = synthesis_s;
+    if (first || free_s < r.free_s)
+        r.free_s = free_s;
 }
 
 double median(std::vector<double> v)
@@ -234,7 +267,7 @@ int main(int argc, char** argv)
     unsigned seed = 7;
     int repeat = 1;
     for (int i = 1; i < argc; ++i) {
-        if (!std::strcmp(argv[i], "--items") && i + 1 < argc)
+        if (!std::strcmp(argv[i], "--items") && i + 1 < argc && std::atoi(argv[i + 1]) > 0)
             sizes.push_back(std::atoi(argv[++i]));
         else if (!std::strcmp(argv[i], "--seed") && i + 1 < argc)
             seed = static_cast<unsigned>(std::strtoul(argv[++i], nullptr, 10));
@@ -264,18 +297,20 @@ int main(int argc, char** argv)
     // the drift went. Each document's first round comes right after it is
     // made, as in a program that writes what it just built, so that its peak
     // memory is not hidden by heap memory that a later document left free.
+    // Every round converts about as many items as the largest document has.
     std::vector<Result> results(sizes.size());
     std::vector<annDocument*> documents;
+    int round_items = *std::max_element(sizes.begin(), sizes.end());
     for (std::size_t k = 0; k < sizes.size(); ++k) {
         results[k].items = sizes[k];
         documents.push_back(sample_make_document(sizes[k], seed));
         for (auto const& [name, count] : sample_census(*documents.back()))
             results[k].objects += count;
-        run_once(documents[k], results[k], true);
+        run_round(documents[k], results[k], true, round_items);
     }
     for (int i = 1; i < repeat; ++i)
         for (std::size_t k = 0; k < sizes.size(); ++k)
-            run_once(documents[k], results[k], false);
+            run_round(documents[k], results[k], false, round_items);
     for (annDocument* document : documents)
         delete document;
     for (Result const& r : results) {
