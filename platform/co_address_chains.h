@@ -63,9 +63,14 @@ public:
             i = next;
         }
         *chain = kept;
-        // Nothing waits any more: the array starts again from its front.
+        // Taken items stay in the array until they outnumber those still
+        // waiting; an analyser kept for many roots would otherwise keep all
+        // it ever chained.
+        std::size_t dead = m_nodes.size() - static_cast<std::size_t>(m_size);
         if (m_size == 0)
             m_nodes.clear();
+        else if (dead >= kCompactAt && dead > m_nodes.size() / 2)
+            compact();
         for (Item const& item : taken)
             f(item);
     }
@@ -110,6 +115,21 @@ private:
         int first = -1;
         int last = -1;
     };
+    static constexpr std::size_t kCompactAt = 1024;
+
+    // Chains again what still waits, each address's items in their order.
+    void compact()
+    {
+        std::vector<Node> nodes;
+        nodes.swap(m_nodes);
+        m_nodes.reserve(static_cast<std::size_t>(m_size));
+        m_chains.clear();
+        m_size = 0;
+        for (Node const& n : nodes)
+            if (!n.taken)
+                add(n.key, n.item);
+    }
+
     Node& node(int i) { return m_nodes[static_cast<std::size_t>(i)]; }
     Node const& node(int i) const { return m_nodes[static_cast<std::size_t>(i)]; }
 

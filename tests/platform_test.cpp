@@ -234,6 +234,26 @@ TEST(Platform, AddressChainsGiveEachAddressItsItemsInOrderAndKeepTheRest)
     got.clear();
     chains.take(&b, collect);
     EXPECT_EQ(got, (std::vector<int>{7}));
+
+    // Once taken items outnumber the waiting ones, the rest is chained anew,
+    // in the same order.
+    int c = 0;
+    std::vector<int> expected{8};
+    for (int item = 100; item < 3100; ++item) {
+        chains.add(item % 3 == 0 ? &c : &b, item);
+        if (item % 3 == 0)
+            expected.push_back(item);
+    }
+    chains.take(&b, [](int) {});
+    got.clear();
+    chains.for_each([&](void const*, int item) { got.push_back(item); });
+    EXPECT_EQ(got, expected);
+    got.clear();
+    chains.take(&c, collect);
+    chains.take(&a, collect);
+    expected.erase(expected.begin());
+    expected.push_back(8);
+    EXPECT_EQ(got, expected);
 }
 
 TEST(PlatformIoStrings, Utf8AndCodesConvertBothWaysAndIllFormedInputFails)
