@@ -6,6 +6,7 @@
 // or two per waiting pointer and a table probe with a rehash that touches
 // every entry at random; here every item sits in one array, chained per
 // address, and the address table holds only the first and last index.
+// Keys are non-null addresses, as in coAddressTable.
 //
 //   coAddressChains<Waiting> waiting;
 //   waiting.add(target, Waiting{...});
