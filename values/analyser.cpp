@@ -385,11 +385,16 @@ void stoAnalyser::stub_dangling_pointers()
     stoAnalyser* o = outer();
     for (;;) {
         // In the order the pointers began to wait, so that the stubs and the
-        // graph come out the same on every run.
+        // graph come out the same on every run; each object once, however
+        // many pointers wait for it.
         std::vector<stoRawPtr> targets;
-        targets.reserve(static_cast<std::size_t>(o->m_dangling.size()));
+        coSet<stoLiveObject> seen;
         o->m_dangling.for_each([&](void const* address, stoWaitingPointer const& w) {
-            targets.emplace_back(w.type, address, w.size);
+            stoLiveObject object{w.type, address};
+            if (!seen.contains(object)) {
+                seen.add(object);
+                targets.emplace_back(w.type, address, w.size);
+            }
         });
         int resolved = 0;
         for (stoRawPtr const& target : targets) {
