@@ -153,6 +153,25 @@ public:
 };
 STO_DECLARE_CLASS(cnvSharers)
 
+// Plain pointers at members that are not objects: written before and after
+// their targets, into a fixed array, into an owned object, and at an int that
+// no object of the graph holds.
+class cnvNumbers {
+    STO_PERSISTENT(cnvNumbers)
+public:
+    virtual ~cnvNumbers() { delete m_leaf; }
+    int* m_to_count = nullptr;
+    int* m_to_leaf_value = nullptr;
+    int m_count = 0;
+    double m_scale = 0;
+    int m_fixed[3] = {};
+    cnvLeaf* m_leaf = nullptr;  // owning
+    double* m_to_scale = nullptr;
+    int* m_to_element = nullptr;
+    int* m_outside = nullptr;
+};
+STO_DECLARE_CLASS(cnvNumbers)
+
 void sto_opaque_to_model(cnvOpaque const& opaque, cnvModel& model)
 {
     model.m_count = static_cast<int>(opaque.m_hidden.size());
@@ -185,6 +204,13 @@ STO_CLASS(cnvHolder, sto_schema_cnv()) { STO_MEMBER(m_opaque); STO_OWNING_PTR(m_
 STO_CLASS(cnvWeight, sto_schema_cnv()) { STO_MEMBER(m_weight); }
 STO_CLASS(cnvBoth, sto_schema_cnv()) { STO_BASE(cnvWeight); STO_BASE(cnvLeaf); }
 STO_CLASS(cnvSharers, sto_schema_cnv()) { STO_MEMBER(m_whole); STO_MEMBER(m_part); STO_MEMBER(m_unrelated); }
+
+STO_CLASS(cnvNumbers, sto_schema_cnv())
+{
+    STO_MEMBER(m_to_count); STO_MEMBER(m_to_leaf_value); STO_MEMBER(m_count); STO_MEMBER(m_scale);
+    STO_MEMBER(m_fixed); STO_OWNING_PTR(m_leaf); STO_MEMBER(m_to_scale); STO_MEMBER(m_to_element);
+    STO_MEMBER(m_outside);
+}
 
 STO_CLASS(cnvRoot, sto_schema_cnv())
 {
@@ -993,4 +1019,59 @@ TEST(TypeSynthesis, MissingSchemasAndClassesAreReported)
     EXPECT_NE(find_class_member(sto_class_cnvDerived(), "m_extra"), nullptr);
     EXPECT_EQ(find_class_member(sto_class_cnvDerived(), "m_value"), nullptr);
     EXPECT_EQ(find_class_member(nullptr, "m_value"), nullptr);
+}
+
+TEST(Conversion, PlainPointersAtMembersThatAreNotObjectsFindThoseMembers)
+{
+    sto_class_cnvLeaf()->build();
+    sto_class_cnvNumbers()->build();
+    int outside = 5;
+    cnvNumbers numbers;
+    numbers.m_count = 3;
+    numbers.m_scale = 0.5;
+    numbers.m_fixed[1] = 4;
+    numbers.m_leaf = new cnvLeaf;
+    numbers.m_leaf->m_value = 8;
+    numbers.m_to_count = &numbers.m_count;
+    numbers.m_to_leaf_value = &numbers.m_leaf->m_value;
+    numbers.m_to_scale = &numbers.m_scale;
+    numbers.m_to_element = &numbers.m_fixed[1];
+    numbers.m_outside = &outside;
+    auto expect_copy = [](cnvNumbers const& copy) {
+        EXPECT_EQ(copy.m_to_count, &copy.m_count);
+        EXPECT_EQ(copy.m_count, 3);
+        EXPECT_EQ(copy.m_to_scale, &copy.m_scale);
+        EXPECT_EQ(copy.m_to_element, &copy.m_fixed[1]);
+        EXPECT_EQ(copy.m_fixed[1], 4);
+        ASSERT_NE(copy.m_leaf, nullptr);
+        EXPECT_EQ(copy.m_to_leaf_value, &copy.m_leaf->m_value);
+        EXPECT_EQ(copy.m_leaf->m_value, 8);
+        EXPECT_EQ(copy.m_outside, nullptr);  // nothing of the graph held its target
+    };
+    {
+        Analysed a(sto_type_cnvNumbers(), &numbers);
+        // Each pointer points at the very value in its target's slot.
+        EXPECT_EQ(pointer_value(a.root, "m_to_count")->pointee(), member_value(a.root, "m_count"));
+        EXPECT_EQ(pointer_value(a.root, "m_to_scale")->pointee(), member_value(a.root, "m_scale"));
+        EXPECT_EQ(pointer_value(a.root, "m_to_element")->pointee(), member_value(a.root, "m_fixed")->child(1));
+        stoValue const* leaf = pointer_value(a.root, "m_leaf")->pointee();
+        ASSERT_NE(leaf, nullptr);
+        EXPECT_EQ(pointer_value(a.root, "m_to_leaf_value")->pointee(), member_value(leaf, "m_value"));
+        EXPECT_EQ(pointer_value(a.root, "m_outside")->pointee(), nullptr);
+        EXPECT_EQ(a.analyser.number_of_dangling_pointers(), 1);
+
+        cnvNumbers copy;
+        stoSynthesiser().synthesise(a.root, &copy);
+        expect_copy(copy);
+    }
+    // Through a file: the numbers pointed at are written where they stand and
+    // the pointers refer to them.
+    std::string text = written(&numbers, sto_type_cnvNumbers());
+    std::ostringstream diagnostics;
+    stoReadMemoryMap map(text.data(), static_cast<int>(text.size()));
+    stoFileReader reader(&map, &diagnostics, nullptr, nullptr);
+    ASSERT_EQ(reader.error_count(), 0) << diagnostics.str() << text;
+    cnvNumbers copy;
+    stoSynthesiser().synthesise(reader.look_up_value("root"), &copy);
+    expect_copy(copy);
 }

@@ -218,8 +218,22 @@ TEST(Writer, CountingEveryValueKeepsTheText)
     wrtOwnedInt owner;
     owner.m_leaf.m_other = &owner.m_leaf;
     std::string text = sto_test::written(&owner, sto_type_wrtOwnedInt());
-    // Numbers as ever: the root 1, its members 2 to 7 in order (the leaf is #6), the pointee in place, the
-    // leaf met three times.
-    EXPECT_EQ(line_starting(text, "root="), "root=wrtOwnedInt{&7,7,&@,(8,9),#6,&#6}") << text;
-    EXPECT_NE(text.find("\n#6=wrtLeaf{5,0,@,!{\n\n}!,&#6,&@}\n-OBJECT STUBS\n"), std::string::npos) << text;
+    // Numbers as ever: the root 1, its members 2 to 7 in order (the leaf is #6), then the int that both
+    // pointers reach, a record of its own; the leaf met three times.
+    EXPECT_EQ(line_starting(text, "root="), "root=wrtOwnedInt{&#8,7,&#8,(8,9),#6,&#6}") << text;
+    EXPECT_NE(text.find("\n#6=wrtLeaf{5,0,@,!{\n\n}!,&#6,&@}\n#8=int:7\n-OBJECT STUBS\n"), std::string::npos) << text;
+
+    // Read back, the owner makes the int and the plain pointer points at it.
+    std::ostringstream diagnostics;
+    stoReadMemoryMap map(text.data(), static_cast<int>(text.size()));
+    stoFileReader reader(&map, &diagnostics, nullptr, nullptr);
+    ASSERT_EQ(reader.error_count(), 0) << diagnostics.str();
+    wrtOwnedInt copy;
+    delete copy.m_first;
+    copy.m_first = copy.m_second = nullptr;
+    stoSynthesiser().synthesise(reader.look_up_value("root"), &copy);
+    ASSERT_NE(copy.m_first, nullptr);
+    EXPECT_EQ(*copy.m_first, 7);
+    EXPECT_EQ(copy.m_second, copy.m_first);
+    EXPECT_EQ(copy.m_leaf.m_other, &copy.m_leaf);
 }

@@ -94,18 +94,31 @@ template <class T>
 stoTypeHandle class_handle()
 {
     using C = std::remove_cv_t<T>;
-    static_assert(Persistent<C>, "pointers must point at persistent classes");
+    static_assert(Persistent<C>, "owning and counted pointers must point at persistent classes");
     return C::sto_class()->handle();
+}
+
+// What a plain pointer may point at: an object of a persistent class, or an
+// instance of any other type the store converts (an int* into an object's
+// int member). Owning and counted pointers own objects of classes only.
+template <class T>
+stoTypeHandle pointee_handle(stoBuilder& b)
+{
+    using C = std::remove_cv_t<T>;
+    if constexpr (Persistent<C>)
+        return C::sto_class()->handle();
+    else
+        return member_type<C>::make(b);
 }
 
 template <class T>
 struct member_type<T*> {
-    static stoTypeHandle make(stoBuilder& b) { return b.build_unnamed_type(stoPtrType::make(class_handle<T>())); }
+    static stoTypeHandle make(stoBuilder& b) { return b.build_unnamed_type(stoPtrType::make(pointee_handle<T>(b))); }
 };
 
 template <class T>
 struct member_type<coPtr<T>> {
-    static stoTypeHandle make(stoBuilder& b) { return b.build_unnamed_type(stoPtrType::make(class_handle<T>())); }
+    static stoTypeHandle make(stoBuilder& b) { return b.build_unnamed_type(stoPtrType::make(pointee_handle<T>(b))); }
 };
 
 template <class T>

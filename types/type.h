@@ -41,6 +41,13 @@ public:
     int operator!=(stoType const& other) const { return !(*this == other); }
     // Whether this is a class (objects of classes are what pointers reach).
     int is_class() const { return m_is_class; }
+    // Whether this is not a class and a plain pointer type to it was made.
+    // Conversions then give its instances an identity of their own, as they
+    // do to objects, so that an int* into an object's int member finds that
+    // member's value; instances of other types that are not classes are
+    // reached through their container alone and skip the tables.
+    int is_plain_pointee() const { return m_plain_pointee; }
+    void set_plain_pointee() const { m_plain_pointee = 1; }
 
 protected:
     friend unsigned int co_hash(stoType const& type);
@@ -51,6 +58,9 @@ protected:
 
     stoTypeHandle m_handle;
     int m_is_class = 0;
+    // Only ever set, by the making of a plain pointer type: a type outlives
+    // the pointer types that point at it, and a stale 1 costs time only.
+    mutable int m_plain_pointee = 0;
 };
 STO_DECLARE_CLASS(stoType)
 

@@ -172,9 +172,10 @@ stoValue* stoAnalyser::raw_to_value(stoRawPtr const& p)
 {
     if (!p.ptr() || p.type().is_null())
         return nullptr;
-    // Only objects of classes are registered, awaited or stubbed: values of
-    // other types are made afresh without any look-up.
-    if (!p.type()->is_class())
+    // Only objects of classes, and instances of types that plain pointers
+    // point at, are registered, awaited or stubbed: values of other types are
+    // made afresh without any look-up.
+    if (!p.type()->is_class() && !p.type()->is_plain_pointee())
         return p.type()->raw_to_value(this, p);
     if (stoValue* known = look_up_raw(p))
         return known;
@@ -190,11 +191,13 @@ stoValue* stoAnalyser::raw_to_value(stoRawPtr const& p)
 
 void stoAnalyser::register_new_value(stoValue const* value, stoRawPtr const& p)
 {
-    // Only objects and stubs can be reached a second time (pointers point at
-    // objects); the members, arrays and pointer fields inside an object are
-    // reached through it alone, so keeping them out of the table changes no
-    // result and saves most of its entries.
-    if (!value->is_object() && !value->is_stub())
+    // Only objects and stubs can be reached a second time, and instances of
+    // types that plain pointers point at; the other members, arrays and
+    // pointer fields inside an object are reached through it alone, so
+    // keeping them out of the table changes no result and saves most of its
+    // entries.
+    if (!value->is_object() && !value->is_stub() &&
+        (value->type_ref().is_null() || !value->type_ref()->is_plain_pointee()))
         return;
     m_values[stoLiveObject{value->type_ref(), p.ptr()}].set_value(value);
 }
@@ -276,9 +279,10 @@ stoPtrValue* stoAnalyser::handle_smart_pointer(stoRawPtr const& p)
     if (void const* address = type->raw_pointee(p.ptr())) {
         stoRawPtr whole = type->pointee_type()->true_type(address);
         stoValue* target = outer()->raw_to_value(whole);
-        // Only objects and stubs are met again; any other value is made
-        // afresh for this pointer, so no pointer can have been set to it.
-        if (target && !target->is_object() && !target->is_stub()) {
+        // Only objects, stubs and instances of plain pointees are met again;
+        // any other value is made afresh for this pointer, so no pointer can
+        // have been set to it.
+        if (target && !target->is_object() && !target->is_stub() && !whole.type()->is_plain_pointee()) {
             pointer->set_pointee(target);
         } else if (target) {
             stoPtrValue*& first = outer()->m_pointers[target];

@@ -40,7 +40,13 @@ void stoPrf::release()
 
 // --------------------------------------------------------------- stoPtrType
 
-stoTypeHandle stoPtrType::make(stoTypeHandle const& pointee) { return (new stoPtrType(pointee))->handle(); }
+stoTypeHandle stoPtrType::make(stoTypeHandle const& pointee)
+{
+    // Objects of classes have their identity already.
+    if (!pointee.is_null() && !pointee->is_class())
+        pointee->set_plain_pointee();
+    return (new stoPtrType(pointee))->handle();
+}
 
 int stoPtrType::process(stoProcessType* p) const { return p->process_stoPtrType(this); }
 

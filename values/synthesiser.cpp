@@ -84,26 +84,32 @@ void stoSynthesiser::value_to_raw(stoValue const* value, stoRWRawPtr const& p)
 {
     if (!value || !p.write_ptr() || p.type().is_null())
         return;
-    // Only objects are pointed at; other values need no address of their own.
-    // The entry tells whether fields wait in m_pending, so that the objects
-    // nothing waits for, nearly all, cost one look-up.
+    // Only objects, and instances of types that plain pointers point at, are
+    // pointed at; other values need no address of their own. The entry tells
+    // whether fields wait in m_pending, so that the objects nothing waits
+    // for, nearly all, cost one look-up.
     bool waited = false;
-    if (value->is_object()) {
-        // A file can put an object of one class where another is embedded.
-        // Its members are not written there, and the memory is never taken
-        // as its address: pointers to it would view it as the wrong class.
-        stoType const* type = value->type_ref().type();
-        if (type != p.type().type() && (!type || *type != *p.type()))
+    stoType const* type = value->type_ref().type();
+    bool object = value->is_object();
+    if (object || (type && type->is_plain_pointee())) {
+        // A file can put a value of one type where another is expected. The
+        // memory is then never taken as the value's address: pointers to it
+        // would view it as the wrong type. An object's members are not
+        // written there either; a number is still converted into the field.
+        bool same = type == p.type().type() || (type && *type == *p.type());
+        if (!same && object)
             return;
-        void*& entry = m_objects[value];
-        waited = entry == waiting_mark();
-        entry = p.write_ptr();
+        if (same) {
+            void*& entry = m_objects[value];
+            waited = entry == waiting_mark();
+            entry = p.write_ptr();
+        }
     }
     if (waited) {
         m_pending.take(value, [&](stoPendingField const& waiting) {
-            stoPtrType const* type = waiting.type;
-            void const* cast = view_as(*type->pointee_type(), *value->type(), p.write_ptr());
-            type->point_at_object(waiting.field, const_cast<void*>(cast));
+            stoPtrType const* pointer_type = waiting.type;
+            void const* cast = view_as(*pointer_type->pointee_type(), *value->type(), p.write_ptr());
+            pointer_type->point_at_object(waiting.field, const_cast<void*>(cast));
         });
     }
     if (value->is_stub()) {
