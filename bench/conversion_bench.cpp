@@ -22,9 +22,10 @@
 // A large document is read and written at scattered places over gigabytes.
 // With 4 KiB pages nearly every such access also misses the address
 // translation caches, and at a few gigabytes the page tables no longer fit
-// the data caches either. On the machine where this was measured, a random
-// read over 2 GB cost 1.2 to 2 times one over 200 MB with small pages, and
-// 1.15 times with huge pages. That step belongs to the machine, not to sto,
+// the data caches either. sto_bench_memory_probe measures it without sto:
+// on the machine where this was measured, scattered reads over 2 GB cost
+// about twice as much as over 200 MB with small pages, and 1.05 to 1.15
+// times with huge pages. That step belongs to the machine, not to sto,
 // and it hid sto's own growth from 100k to 1M items, so the bench runs as a
 // program handling such documents should: it asks glibc to back its heap
 // with transparent huge pages, re-running itself once with that setting
@@ -180,10 +181,10 @@ struct Result {
     double analysis_user_s;
     double analysis_sys_s;
     long analysis_faults;
-    // The same for the first synthesis.
-    double synthesis_user_s;
-    // Of the resident memory at the end of the first analysis, in percent.
+    // The share of the resident memory in huge pages at its end, in percent.
     double huge_page_share;
+    // Of the first synthesis: user and system CPU seconds, minor page faults.
+    double synthesis_user_s;
     double synthesis_sys_s;
     long synthesis_faults;
     long synthesis_peak_kb;
